@@ -1,0 +1,5 @@
+#include "ScaningThread.h"
+
+void ScaningThread::EMLXConverter() {}
+void ScaningThread::CreateRGEWraper(QString) {}
+QString ScaningThread::PathExtractor(QString, QString) { return {}; }

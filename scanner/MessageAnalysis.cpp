@@ -1,0 +1,3 @@
+#include "MessageAnalysis.h"
+
+bool AnalyseMessageFile(const QString&, MailItem*) { return true; }
