@@ -1,0 +1,57 @@
+#pragma once
+// Helpers shared by the tests.
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QString>
+#include <QtGlobal>
+
+namespace TestSupport {
+
+inline QString SourceDir() { return QStringLiteral(PELLOMAR_SOURCE_DIR); }
+inline QString SampleStore() { return SourceDir() + QStringLiteral("/samples/store"); }
+
+// Writes a file (and its folders); returns false on failure.
+inline bool WriteFile(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    return f.write(bytes) == bytes.size();
+}
+
+inline QByteArray ReadFile(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// An .emlx file: the byte count line, the message, and the plist trailer.
+inline QByteArray Emlx(const QByteArray& message) {
+    return QByteArray::number(message.size()) + "\n" + message +
+           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">\n<dict>\n\t<key>flags</key>\n\t<integer>8590195717</integer>\n"
+           "</dict>\n</plist>\n";
+}
+
+// The order in which find lists a folder depends on the file system (ext4
+// returns hash order). Tests that compare whole outputs put this shim first
+// in PATH: it runs the real find and sorts its lines, so the result is the
+// same on every machine. Returns the shim's folder.
+inline QString InstallSortedFind(const QString& dir) {
+    QDir().mkpath(dir);
+    const QString shim = dir + QStringLiteral("/find");
+    WriteFile(shim, "#!/bin/bash\n"
+                    "real=$(PATH=${PATH#*:} command -v find)\n"
+                    "\"$real\" \"$@\" 2>&1 | LC_ALL=C sort\n");
+    QFile::setPermissions(shim, QFile::permissions(shim) | QFileDevice::ExeOwner |
+                                    QFileDevice::ExeGroup | QFileDevice::ExeOther);
+    const QByteArray path = qgetenv("PATH");
+    if (!path.startsWith(dir.toLocal8Bit() + ":"))
+        qputenv("PATH", dir.toLocal8Bit() + ":" + path);
+    return dir;
+}
+
+} // namespace TestSupport
