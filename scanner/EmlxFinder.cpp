@@ -1,5 +1,129 @@
+// The scan of a mail store: list the message files with find, convert the
+// list to UTF-16 with iconv, then walk it one message file at a time, giving
+// each message its folder and record and announcing it to the window.
+#include "Discovery.h"
+#include "Globals.h"
+#include "MessageAnalysis.h"
+#include "Records.h"
 #include "ScaningThread.h"
 
-void ScaningThread::EMLXFinder() {}
-void ScaningThread::treeCreator(QString) {}
-bool ScaningThread::GetParentId(QString, unsigned long long, unsigned long long*) { return false; }
+#include <QFile>
+#include <QTextStream>
+
+namespace {
+
+// Announces one analysed message to the window. The folder's label state is
+// 0 for its first announced message and 2 afterwards.
+void AnnounceItem(ScaningThread* thread, FldrAtrib* folder, MailItem* item,
+                  const QString& numberText) {
+    if (!folder->pTreeItem || !folder->pLastMail)
+        return;
+    QString title = Utf16Text(item->pSubject, item->ulSubjectSize);
+    if (title.isEmpty())
+        title = QStringLiteral("Unknown");
+    emit thread->NewItem(title, numberText, folder->pTreeItem, folder->ullId, folder->ullMsgCount,
+                         item->pAttachTail != nullptr, item->iPriority, folder->iLabelState);
+    folder->iLabelState = 2;
+}
+
+} // namespace
+
+void ScaningThread::EMLXFinder() {
+    objMapFID_Name.clear();
+    objMapName_FID.clear();
+    objMapFID_PID.clear();
+    m_pMainWindow = pMainWindow;
+    GetUserName();
+    listOfPathOfEmlxPart.clear();
+
+    const QString tmp = TempDir();
+    const QString emlxList = tmp + QStringLiteral("/QuenmoorEmlx");
+    const QString emlxList16 = tmp + QStringLiteral("/VortigaEmlx");
+    const QString partList = tmp + QStringLiteral("/QuenmoorEmlxPart");
+    const QString partList16 = tmp + QStringLiteral("/VortigaEmlxPart");
+    const QString store = ShellQuote(m_strInputfilepath);
+
+    // find's error messages (unreadable folders) land in the lists as well.
+    RunShellCommand(QStringLiteral("find ") + store + QStringLiteral("  -name \"*.emlx\" >& ") +
+                    ShellQuote(emlxList));
+    RunShellCommand(QStringLiteral("iconv -f utf-8 -t utf-16 ") + ShellQuote(emlxList) +
+                    QStringLiteral(">&") + ShellQuote(emlxList16));
+    RunShellCommand(QStringLiteral("find ") + store + QStringLiteral("  -name \"*.emlxpart\" >& ") +
+                    ShellQuote(partList));
+    RunShellCommand(QStringLiteral("iconv -f utf-8 -t utf-16 ") + ShellQuote(partList) +
+                    QStringLiteral(">&") + ShellQuote(partList16));
+
+    {
+        QFile parts(partList);
+        if (!parts.open(QIODevice::ReadOnly | QIODevice::Text))
+            return;
+        QTextStream in(&parts);
+        in.setCodec("UTF-8");
+        while (!in.atEnd()) {
+            const QString line = in.readLine();
+            if (!line.isEmpty())
+                listOfPathOfEmlxPart.append(line.trimmed());
+        }
+        parts.close();
+        QFile::remove(partList);
+    }
+
+    // The UTF-16 list is read as bytes: a text-mode read would drop every
+    // 0x0D byte, which is half of characters such as U+010D. The stream
+    // finds the encoding from the byte-order mark and handles line ends.
+    QFile list(emlxList16);
+    if (!list.open(QIODevice::ReadOnly))
+        return;
+    m_ulTotalFiles = 0;
+    IsConverted = false;
+    {
+        QTextStream counter(&list);
+        while (!counter.atEnd()) {
+            counter.readLine();
+            ++m_ulTotalFiles;
+        }
+    }
+    list.seek(0);
+
+    emit OnShowingScanProgBar();
+    emit OnSettingsForPrgBar(static_cast<unsigned long>(m_ulTotalFiles),
+                             QStringLiteral("Scanning Database. Please Wait..."));
+
+    QTextStream in(&list);
+    unsigned long long currentFolder = 0;
+    while (!in.atEnd() && !bStopFlag) {
+        // The line is used as it stands: a path may end in blanks.
+        const QString line = in.readLine();
+        if (line.isEmpty() || line.contains(kRssFeedMarker)) {
+            emit CurrentValue();
+            continue;
+        }
+        IsConverted = true;
+        const QString numberText = MessageNumberText(line);
+        treeCreator(FolderPathForMessage(line, m_strDefaultMailPath, m_strInputfilepath));
+        if (currentFolder != llParentIdRunning)
+            emit ClearLeftTree();
+        currentFolder = llParentIdRunning;
+
+        FldrAtrib* folder = FindFolderRecord(llParentIdRunning);
+        if (!folder) {
+            // Only a message without a folder path that comes before every
+            // folder of the scan has no folder to go to; it is left out.
+            emit CurrentValue();
+            continue;
+        }
+        MailItem* item = NewMailItem();
+        AppendMailToFolder(folder, item);
+        SetUtf16(&item->pPath, &item->ulPathSize, line);
+        item->ullNumber = MessageNumberValue(numberText);
+
+        // A message file that cannot be opened ends the scan; the list file
+        // stays and the item keeps its place without being announced.
+        if (!AnalyseMessageFile(line, item))
+            return;
+        AnnounceItem(this, folder, item, numberText);
+        emit CurrentValue();
+    }
+    list.close();
+    QFile::remove(emlxList16);
+}
