@@ -1,0 +1,73 @@
+#include "SelectData.h"
+#include "Globals.h"
+#include "ui_BrowseWindow.h"
+
+#include <QFileDialog>
+
+SelectData::SelectData(QWidget* parent) : QDialog(parent), ui(new Ui::BrowseWindow) {
+    ui->setupUi(this);
+    init();
+    ConnectSignals();
+}
+
+SelectData::~SelectData() {
+    delete ui;
+}
+
+void SelectData::init() {
+    ui->label_3->setGeometry(73, 165, 16, 16);
+    // The misspelt height property is ignored by the style engine, so the
+    // image keeps the button's own size.
+    ui->StartButton->setStyleSheet(QStringLiteral(
+        "QPushButton:enabled {border-image: url(:/images/img_Start.png);hiegth: 50px;width: "
+        "50px}QPushButton:pressed { border-image: url(:/images/img_Start.png);hiegth: "
+        "50px;width: 50px}"));
+    ui->StartButton->setEnabled(false);
+    DefaultDatabaseLocation();
+}
+
+void SelectData::ConnectSignals() {
+    connect(ui->StartButton, &QPushButton::clicked, this, &SelectData::OnStartScan);
+    connect(ui->SelectPSTButton, &QPushButton::clicked, this, &SelectData::OpenFileDialog);
+    connect(ui->closeButton, &QPushButton::clicked, this, &SelectData::OnClose);
+    connect(ui->StartButton, &QPushButton::pressed, this, &SelectData::OnPressed);
+    connect(ui->StartButton, &QPushButton::released, this, &SelectData::OnReleased);
+}
+
+void SelectData::DefaultDatabaseLocation() {
+    m_strInputfilepath = DefaultMailPathFor(ConsoleUserName());
+    ui->SelectPSTLEdit->setText(m_strInputfilepath);
+    ui->StartButton->setEnabled(true);
+}
+
+QString SelectData::AskForDirectory() {
+    return QFileDialog::getExistingDirectory(this, tr("Open Directory"), QStringLiteral("/root"),
+                                             QFileDialog::ShowDirsOnly);
+}
+
+void SelectData::OpenFileDialog() {
+    m_strInputfilepath = AskForDirectory();
+    if (!m_strInputfilepath.isEmpty()) {
+        ui->StartButton->setEnabled(true);
+        ui->SelectPSTLEdit->setText(m_strInputfilepath);
+    } else {
+        DefaultDatabaseLocation();
+    }
+}
+
+void SelectData::OnStartScan() {
+    hide();
+    emit StartScanning();
+}
+
+void SelectData::OnClose() {
+    hide();
+}
+
+void SelectData::OnPressed() {
+    ui->StartButton->setIcon(QIcon(QStringLiteral(":/images/img_Start.png")));
+}
+
+void SelectData::OnReleased() {
+    ui->StartButton->setIcon(QIcon(QStringLiteral(":/images/img_Start.png")));
+}

@@ -1,0 +1,36 @@
+#pragma once
+// The small dialog in which the user picks the Apple Mail store to scan.
+
+#include <QDialog>
+
+namespace Ui {
+class BrowseWindow;
+}
+
+class SelectData : public QDialog {
+    Q_OBJECT
+public:
+    explicit SelectData(QWidget* parent = nullptr);
+    ~SelectData() override;
+
+    void init();
+    void ConnectSignals();
+    // Proposes the console user's Apple Mail folder and enables Start.
+    void DefaultDatabaseLocation();
+
+    Ui::BrowseWindow* ui;
+
+signals:
+    void StartScanning();
+
+public slots:
+    void OpenFileDialog();
+    void OnStartScan();
+    void OnClose();
+    void OnPressed();
+    void OnReleased();
+
+protected:
+    // Asks for a folder; tests replace it.
+    virtual QString AskForDirectory();
+};

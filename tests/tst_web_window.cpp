@@ -1,0 +1,214 @@
+// The main window: folder tree and message list, the folder calls from the
+// worker thread, and the close guard. The window holds a web view, so this
+// test starts Qt WebEngine.
+#include "Globals.h"
+#include "GuiTestSupport.h"
+#include "PreviewWindow.h"
+#include "Records.h"
+
+#include <QAction>
+#include <QThread>
+#include <QTreeWidget>
+#include <QtTest>
+
+namespace {
+struct WebEngineSetup {
+    WebEngineSetup() { QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts); }
+} webEngineSetup;
+
+QTreeWidgetItem* FindFolder(QTreeWidget* tree, unsigned long long id) {
+    for (QTreeWidgetItemIterator it(tree); *it; ++it)
+        if ((*it)->text(1) == QString::number(id))
+            return *it;
+    return nullptr;
+}
+} // namespace
+
+class TestWindow : public QObject {
+    Q_OBJECT
+    PreviewWindow* w = nullptr;
+
+private slots:
+    void init() {
+        closeevent = 0;
+        bProcessRunning = false;
+        w = new PreviewWindow;
+    }
+    void cleanup() {
+        w->CleanListAndHash();
+        closeevent = 1;
+        delete w;
+        w = nullptr;
+    }
+
+    void startsWithSaveDisabled() {
+        QVERIFY(m_pOpenFile->isEnabled());
+        QVERIFY(!w->m_pSaveFile->isEnabled());
+        QVERIFY(!w->m_pSaveFileMenu->isEnabled());
+        QCOMPARE(w->m_pOpenFileMenu->shortcut(), QKeySequence("Ctrl+N"));
+        QCOMPARE(w->m_pSaveFileMenu->shortcut(), QKeySequence("Ctrl+S"));
+        QCOMPARE(w->m_pLeftTreeWidget->columnCount(), 8);
+        QCOMPARE(w->m_pCenterTreeWidget->columnCount(), 6);
+        QVERIFY(w->m_pCenterTreeWidget->isColumnHidden(5));
+    }
+
+    void folderCallsFromWorkerRunOnGuiThreadInOrder() {
+        QList<QThread*> insertingThreads;
+        connect(
+            w->m_pLeftTreeWidget->model(), &QAbstractItemModel::rowsInserted, this,
+            [&insertingThreads] { insertingThreads << QThread::currentThread(); },
+            Qt::DirectConnection);
+        QThread* worker = QThread::create([this] {
+            // Parents before children, as the folder builder calls it.
+            w->LeftTreeView(501, 502, "V2");
+            w->LeftTreeView(502, 503, "Mailboxes");
+            w->LeftTreeView(503, 504, "Work");
+            w->LeftTreeView(504, 505, "Projects");
+            w->LeftTreeView(502, 506, "INBOX");
+        });
+        worker->start();
+        QTRY_VERIFY_WITH_TIMEOUT(worker->isFinished(), 10000);
+        delete worker;
+        QVERIFY(!insertingThreads.isEmpty());
+        for (QThread* t : insertingThreads)
+            QCOMPARE(t, qApp->thread());
+        QList<unsigned long long> order;
+        for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
+            order << f->ullId;
+        QCOMPARE(order, (QList<unsigned long long>{501, 502, 503, 504, 505, 506}));
+        QTreeWidgetItem* projects = FindFolder(w->m_pLeftTreeWidget, 505);
+        QVERIFY(projects);
+        QCOMPARE(projects->parent()->text(0), QStringLiteral("Work"));
+        QCOMPARE(FindFolderRecord(505)->pTreeItem, static_cast<void*>(projects));
+        QCOMPARE(w->m_pLeftTreeWidget->topLevelItem(0)->text(0), QStringLiteral("Mailbox"));
+        QCOMPARE(StartFldrAtrib->ucTickState, quint8(3));
+        QCOMPARE(projects->text(7), QStringLiteral("3"));
+        QCOMPARE(projects->checkState(0), Qt::Unchecked);
+    }
+
+    void unknownParentGetsNoItem() {
+        w->LeftTreeView(501, 502, "A");
+        w->LeftTreeView(999, 503, "Lost");
+        QVERIFY(!FindFolder(w->m_pLeftTreeWidget, 503));
+        FldrAtrib* lost = FindFolderRecord(503);
+        QVERIFY(lost);
+        QVERIFY(!lost->pTreeItem);
+        // Its messages still arrive, without a folder item.
+        w->OnNewItem("s", "1", nullptr, 503, 1, false, 0, 0);
+        QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 1);
+    }
+
+    void folderLabelCountsMessages_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("afterFirst");
+        QTest::addColumn<QString>("afterThird");
+        QTest::newRow("plain") << "Inbox"
+                               << "Inbox(1)"
+                               << "Inbox(3)";
+        QTest::newRow("parenthesis in name") << "Re (old)"
+                                             << "Re (old)(1)"
+                                             << "Re (old)(3)";
+        QTest::newRow("empty name") << ""
+                                    << "(1)"
+                                    << "(3)";
+    }
+    void folderLabelCountsMessages() {
+        QFETCH(QString, name);
+        QFETCH(QString, afterFirst);
+        QFETCH(QString, afterThird);
+        w->LeftTreeView(501, 502, name);
+        QTreeWidgetItem* item = FindFolder(w->m_pLeftTreeWidget, 502);
+        w->OnNewItem("one", "11", item, 502, 1, false, 0, 0);
+        QCOMPARE(item->text(0), afterFirst);
+        QCOMPARE(w->m_pLeftTreeWidget->currentItem(), item);
+        w->OnNewItem("two", "12", item, 502, 2, false, 0, 2);
+        w->OnNewItem("three", "13", item, 502, 3, false, 0, 2);
+        QCOMPARE(item->text(0), afterThird);
+    }
+
+    void messageRowsShowTheirIcons_data() {
+        QTest::addColumn<int>("priority");
+        QTest::addColumn<bool>("attachments");
+        QTest::addColumn<bool>("priorityIcon");
+        QTest::newRow("high priority") << 1 << false << true;
+        QTest::newRow("priority 2 shows nothing") << 2 << true << false;
+        QTest::newRow("no priority") << 0 << true << false;
+    }
+    void messageRowsShowTheirIcons() {
+        QFETCH(int, priority);
+        QFETCH(bool, attachments);
+        QFETCH(bool, priorityIcon);
+        w->LeftTreeView(501, 502, "Inbox");
+        w->OnNewItem("Subject text", "1234", FindFolder(w->m_pLeftTreeWidget, 502), 502, 1,
+                     attachments, priority, 0);
+        QTreeWidgetItem* row = w->m_pCenterTreeWidget->topLevelItem(0);
+        QCOMPARE(row->text(4), QStringLiteral("Subject text"));
+        QCOMPARE(row->text(5), QStringLiteral("1234"));
+        QCOMPARE(!row->icon(1).isNull(), priorityIcon);
+        QCOMPARE(!row->icon(3).isNull(), attachments);
+        QVERIFY(!row->icon(2).isNull());
+    }
+
+    void clickingAFolderListsItsMessages() {
+        w->LeftTreeView(501, 502, "Inbox");
+        FldrAtrib* inbox = FindFolderRecord(502);
+        for (int i = 1; i <= 3; ++i) {
+            MailItem* m = NewMailItem();
+            m->ullNumber = quint64(100 + i);
+            SetUtf16(&m->pSubject, &m->ulSubjectSize, QStringLiteral("Message %1").arg(i));
+            if (i == 2)
+                AppendAttachment(m, NewAttachment());
+            AppendMailToFolder(inbox, m);
+        }
+        w->ShowindivisualMailItemsInfo(FindFolder(w->m_pLeftTreeWidget, 502), 0);
+        QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 3);
+        QCOMPARE(w->m_pCenterTreeWidget->topLevelItem(1)->text(5), QStringLiteral("102"));
+        QVERIFY(!w->m_pCenterTreeWidget->topLevelItem(1)->icon(3).isNull());
+        QVERIFY(w->m_pCenterTreeWidget->topLevelItem(0)->icon(3).isNull());
+        // The root holds no messages: its list is empty.
+        w->ShowindivisualMailItemsInfo(w->m_pLeftTreeWidget->topLevelItem(0), 0);
+        QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 0);
+    }
+
+    void closeGuard_data() {
+        QTest::addColumn<bool>("running");
+        QTest::addColumn<int>("closeFlag");
+        QTest::addColumn<int>("answer");
+        QTest::addColumn<QString>("boxText");
+        QTest::addColumn<bool>("closes");
+        QTest::newRow("running: refused with a warning")
+            << true << 0 << int(QMessageBox::Ok)
+            << "Application Running !!\nPlease halt the current process to exit." << false;
+        QTest::newRow("running beats the close flag")
+            << true << 1 << int(QMessageBox::Ok)
+            << "Application Running !!\nPlease halt the current process to exit." << false;
+        QTest::newRow("asked, answered No")
+            << false << 0 << int(QMessageBox::No) << "Do you want to close Pellomar?" << false;
+        QTest::newRow("asked, answered Yes")
+            << false << 0 << int(QMessageBox::Yes) << "Do you want to close Pellomar?" << true;
+        QTest::newRow("closing on purpose does not ask") << false << 1 << 0 << "" << true;
+    }
+    void closeGuard() {
+        QFETCH(bool, running);
+        QFETCH(int, closeFlag);
+        QFETCH(int, answer);
+        QFETCH(QString, boxText);
+        QFETCH(bool, closes);
+        w->show();
+        bProcessRunning = running;
+        closeevent = closeFlag;
+        auto seen = GuiTestSupport::AnswerNextMessageBox(QMessageBox::StandardButton(answer));
+        const bool closed = w->close();
+        bProcessRunning = false;
+        QCOMPARE(closed, closes);
+        QCOMPARE(seen->seen, !boxText.isEmpty());
+        if (seen->seen) {
+            QCOMPARE(seen->text, boxText);
+            QCOMPARE(seen->title, QStringLiteral("Pellomar"));
+        }
+        QTest::qWait(150); // let an unused answering timer expire
+    }
+};
+
+QTEST_MAIN(TestWindow)
+#include "tst_web_window.moc"

@@ -1,0 +1,682 @@
+#include "PreviewWindow.h"
+#include "Globals.h"
+#include "PlistStrings.h"
+#include "ProgressDialogs.h"
+#include "QImportWindow.h"
+#include "Records.h"
+#include "ScaningThread.h"
+#include "SelectData.h"
+#include "TextBrowser.h"
+#include "ui_MainWindowUi.h"
+#include "ui_TextBrowserDlg.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QGuiApplication>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMovie>
+#include <QProgressBar>
+#include <QScreen>
+#include <QSplitter>
+#include <QSysInfo>
+#include <QTextEdit>
+#include <QToolBar>
+#include <QTreeWidget>
+#include <QTreeWidgetItemIterator>
+#include <QUrl>
+
+#include "ui_ProgressDialog.h"
+
+PreviewWindow* pPreviewWindow = nullptr;
+QAction* m_pOpenFile = nullptr;
+int closeevent = 0;
+
+namespace {
+
+// Folder tree columns.
+enum { ColName = 0, ColId = 1, ColParentId = 2, ColTickCode = 7, FolderColumns = 8 };
+// Message list columns.
+enum {
+    ColSizeHint = 0,
+    ColPriority = 1,
+    ColType = 2,
+    ColAttachment = 3,
+    ColSubject = 4,
+    ColNumber = 5
+};
+
+QFont ItemFont() {
+    return QFont(QStringLiteral("Lucida Grande"), 11);
+}
+
+void ShowElided(QTextEdit* field, const QString& fullText, const QFontMetrics& metrics, int width) {
+    QString text = fullText;
+    text.remove(QLatin1Char('\n'));
+    field->clear();
+    field->append(metrics.elidedText(text, Qt::ElideRight, width));
+    field->moveCursor(QTextCursor::Start);
+    field->ensureCursorVisible();
+}
+
+} // namespace
+
+PreviewWindow::PreviewWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui::MainWindowUi) {
+#ifdef PELLOMAR_HAVE_IMAGES
+    Q_INIT_RESOURCE(images);
+#endif
+    ui->setupUi(this);
+    pPreviewWindow = this;
+    pMainWindow = this;
+    bProcessRunning = false;
+    OnInitialize();
+    CreateLeftDockWindows();
+    const QRect desktop = QGuiApplication::primaryScreen()->availableGeometry();
+    move(desktop.x() + (desktop.width() - width()) / 2 - 100,
+         desktop.y() + (desktop.height() - height()) / 2 - 50);
+    ConnectSignals();
+    setUnifiedTitleAndToolBarOnMac(true);
+    setContextMenuPolicy(Qt::NoContextMenu);
+}
+
+PreviewWindow::~PreviewWindow() {
+    if (pMainWindow == this)
+        pMainWindow = nullptr;
+    if (pPreviewWindow == this)
+        pPreviewWindow = nullptr;
+    delete m_pSelectData;
+    delete ui;
+}
+
+void PreviewWindow::OnInitialize() {
+    m_pTextBrowser = new TextBrowser(this);
+    m_pTextBrowser->SetWindowLayout();
+    m_pTextBrowser->hide();
+    CreateMenu();
+    CreateMenuBar();
+    CreateToolBar();
+}
+
+void PreviewWindow::CreateMenu() {
+    auto makeAction = [this](const QString& text, void (PreviewWindow::*slot)(),
+                             const QString& tip = QString()) {
+        auto* a = new QAction(text, this);
+        if (!tip.isEmpty())
+            a->setToolTip(tip);
+        connect(a, &QAction::triggered, this, slot);
+        return a;
+    };
+    m_pOpenFileMenu = makeAction(QStringLiteral("Open File"), &PreviewWindow::OnOpenFile,
+                                 QStringLiteral("Open File"));
+    m_pOpenFileMenu->setShortcut(QKeySequence(QStringLiteral("Ctrl+N")));
+    m_pSaveFileMenu = makeAction(QStringLiteral("Save File"), &PreviewWindow::OnSavingFiles,
+                                 QStringLiteral("Save File"));
+    m_pSaveFileMenu->setShortcut(QKeySequence(QStringLiteral("Ctrl+S")));
+    m_pSaveFileMenu->setEnabled(false);
+    m_pOpenFile =
+        makeAction(QStringLiteral("Open"), &PreviewWindow::OnOpenFile, QStringLiteral("Open"));
+    m_pOpenFile->setIcon(QIcon(QStringLiteral(":/images/img_openFile.png")));
+    m_pSaveFile =
+        makeAction(QStringLiteral("Save"), &PreviewWindow::OnSavingFiles, QStringLiteral("Save"));
+    m_pSaveFile->setIcon(QIcon(QStringLiteral(":/images/img_SaveFile.png")));
+    m_pSaveFile->setEnabled(false);
+    m_pHelpFile =
+        makeAction(QStringLiteral("Help"), &PreviewWindow::OpenHelp, QStringLiteral("Help"));
+    m_pHelpFile->setIcon(QIcon(QStringLiteral(":/images/img_HelpFile.png")));
+    m_pHelpTopics = makeAction(QStringLiteral("&Help Topics..."), &PreviewWindow::OpenHelp);
+    m_pAbout = makeAction(QStringLiteral("&About Pellomar"), &PreviewWindow::OpenAboutProduct);
+    m_pAbout->setMenuRole(QAction::AboutRole);
+    m_pEmailSupport =
+        makeAction(QStringLiteral("Email to Vortiga Support"), &PreviewWindow::OnEmailSupport);
+    m_pSupportSection =
+        makeAction(QStringLiteral("View Support Section"), &PreviewWindow::OnSupportSection);
+    m_pSubmitEnquiry =
+        makeAction(QStringLiteral("Submit Enquiry"), &PreviewWindow::OnSubmitEnquiry);
+    m_pKnowledgebase =
+        makeAction(QStringLiteral("View Knowledgebase Articles"), &PreviewWindow::OnKnowledgebase);
+}
+
+void PreviewWindow::CreateMenuBar() {
+    m_pMenuBar = new QMenuBar(nullptr);
+    m_pAppMenu = m_pMenuBar->addMenu(QStringLiteral("Pellomar"));
+    m_pAppMenu->addAction(m_pAbout);
+    m_pFileMenu = m_pMenuBar->addMenu(QStringLiteral("&File"));
+    m_pFileMenu->addAction(m_pOpenFileMenu);
+    m_pFileMenu->addAction(m_pSaveFileMenu);
+    m_pHelpMenu = m_pMenuBar->addMenu(QStringLiteral("&Help"));
+    m_pHelpMenu->addAction(m_pHelpTopics);
+    m_pHelpMenu->addSeparator();
+    m_pHelpMenu->addAction(m_pEmailSupport);
+    m_pHelpMenu->addAction(m_pSupportSection);
+    m_pHelpMenu->addAction(m_pSubmitEnquiry);
+    m_pHelpMenu->addAction(m_pKnowledgebase);
+    setMenuBar(m_pMenuBar);
+}
+
+void PreviewWindow::CreateToolBar() {
+    m_pToolBar = addToolBar(QStringLiteral("Open & Save File"));
+    m_pToolBar->setOrientation(Qt::Horizontal);
+    m_pToolBar->setIconSize(QSize(30, 28));
+    m_pToolBar->setMovable(false);
+    m_pToolBar->setFloatable(false);
+    m_pToolBar->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    m_pToolBar->setStyleSheet(QStringLiteral("QToolBar{spacing:0px;}"));
+    auto* margin = new QLabel(m_pToolBar);
+    margin->setFixedSize(5, 40);
+    m_pToolBar->addWidget(margin);
+    m_pToolBar->addSeparator();
+    m_pToolBar->addAction(m_pOpenFile);
+    m_pToolBar->addAction(m_pSaveFile);
+    auto* spacer = new QWidget(m_pToolBar);
+    spacer->setFixedHeight(0);
+    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    m_pToolBar->addWidget(spacer);
+    m_pToolBar->addAction(m_pHelpFile);
+}
+
+void PreviewWindow::CreateLeftDockWindows() {
+    const QFont font(QStringLiteral("Lucida Grande"), 12);
+    m_pLeftTreeWidget = new QTreeWidget(this);
+    m_pLeftTreeWidget->setFont(font);
+    QPalette palette = m_pLeftTreeWidget->palette();
+    palette.setColor(QPalette::Base, QColor(223, 226, 235));
+    m_pLeftTreeWidget->setPalette(palette);
+    m_pLeftTreeWidget->setStyleSheet(QStringLiteral(
+        "QTreeView {    selection-background-color: rgb(154,154,200);    alternate-color: "
+        "rgb(223,226,235);    alternate-background-color: rgb(223,226,235);    "
+        "show-decoration-selected: 1;}"));
+    m_pLeftTreeWidget->setFrameShape(QFrame::StyledPanel);
+    m_pLeftTreeWidget->setFrameShadow(QFrame::Plain);
+    m_pLeftTreeWidget->setBackgroundRole(QPalette::Window);
+    m_pLeftTreeWidget->setAutoFillBackground(true);
+
+    m_pCenterTreeWidget = new QTreeWidget(this);
+    m_pCenterTreeWidget->setFont(font);
+
+    m_pLeftTreeWidget->setHeaderLabel(QString());
+    m_pLeftTreeWidget->setColumnCount(FolderColumns);
+    m_pLeftTreeWidget->header()->resizeSection(ColName, 400);
+    for (int c = 1; c < FolderColumns; ++c)
+        m_pLeftTreeWidget->setColumnHidden(c, true);
+    m_pLeftTreeWidget->setHeaderHidden(true);
+
+    m_pCenterTreeWidget->setHeaderLabel(QString());
+    m_pCenterTreeWidget->setColumnCount(6);
+    QTreeWidgetItem* header = m_pCenterTreeWidget->headerItem();
+    header->setSizeHint(ColSizeHint, QSize(20, 20));
+    header->setIcon(ColPriority, QIcon(QStringLiteral(":/images/img_Priority.png")));
+    header->setToolTip(ColPriority, QStringLiteral("Priority"));
+    header->setIcon(ColType, QIcon(QStringLiteral(":/images/img_FileType.png")));
+    header->setToolTip(ColType, QStringLiteral("Message"));
+    header->setIcon(ColAttachment, QIcon(QStringLiteral(":/images/img_Attachment.png")));
+    header->setToolTip(ColAttachment, QStringLiteral("Attachment"));
+    for (int c = ColSizeHint; c <= ColNumber; ++c)
+        header->setText(c, QString());
+    header->setText(ColSubject, QStringLiteral("Subject"));
+    for (int c : {ColPriority, ColType, ColAttachment}) {
+        m_pCenterTreeWidget->header()->setSectionResizeMode(c, QHeaderView::Fixed);
+        m_pCenterTreeWidget->header()->resizeSection(c, 24);
+    }
+    m_pCenterTreeWidget->setColumnHidden(ColSizeHint, true);
+    m_pCenterTreeWidget->setColumnHidden(ColNumber, true);
+    m_pCenterTreeWidget->setAlternatingRowColors(true);
+    m_pCenterTreeWidget->header()->setSectionsMovable(false);
+    m_pCenterTreeWidget->setSortingEnabled(false);
+    m_pCenterTreeWidget->setRootIsDecorated(false);
+
+    m_pLeftTreeWidget->setMinimumWidth(240);
+    m_pCenterTreeWidget->setMinimumWidth(270);
+
+    m_pInnerSplitter = new QSplitter(Qt::Horizontal);
+    m_pInnerSplitter->addWidget(m_pCenterTreeWidget);
+    m_pInnerSplitter->addWidget(m_pTextBrowser);
+    m_pInnerSplitter->setStretchFactor(1, 1);
+    m_pInnerSplitter->setChildrenCollapsible(false);
+    m_pTextBrowser->show();
+    m_pOuterSplitter = new QSplitter(Qt::Horizontal);
+    m_pOuterSplitter->addWidget(m_pLeftTreeWidget);
+    m_pOuterSplitter->addWidget(m_pInnerSplitter);
+    m_pOuterSplitter->setStretchFactor(1, 1);
+    m_pOuterSplitter->setChildrenCollapsible(false);
+    const QString splitterStyle = QStringLiteral(
+        "QSplitter::handle:vertical   {height: 1px; image: "
+        "url(:images/img_Vsplitter.png);}QSplitter::handle:horizontal {width:  1px; image: "
+        "url(:images/img_Hsplitter.png);}QSplitter::handle {border: solid #ABABAB; background: "
+        "#ABABAB;}");
+    m_pInnerSplitter->setStyleSheet(splitterStyle);
+    m_pOuterSplitter->setStyleSheet(splitterStyle);
+    setCentralWidget(m_pOuterSplitter);
+    setWindowTitle(tr("Mail Client"));
+}
+
+void PreviewWindow::ConnectSignals() {
+    m_pSelectData = new SelectData(nullptr);
+    connect(m_pSelectData, &SelectData::StartScanning, this, &PreviewWindow::OnStartScanning);
+    m_pSelectData->show();
+
+    m_pScaningThread = new ScaningThread(nullptr);
+    m_pInitialProcessInfo = new QInitialProcessInfo(this);
+    connect(m_pScaningThread, &ScaningThread::ClearLeftTree, this, &PreviewWindow::OnClearLeftTree);
+    connect(m_pScaningThread, &ScaningThread::NewItem, this, &PreviewWindow::OnNewItem);
+    connect(m_pLeftTreeWidget, &QTreeWidget::itemClicked, this,
+            &PreviewWindow::ShowindivisualMailItemsInfo);
+    connect(m_pCenterTreeWidget, &QTreeWidget::itemSelectionChanged, this,
+            &PreviewWindow::OnMessageSubjectChanged);
+    connect(m_pScaningThread, &ScaningThread::OnShowingScanProgBar, this,
+            &PreviewWindow::ShowScanningProgBar);
+    connect(m_pScaningThread, &ScaningThread::OnSettingsForPrgBar, this,
+            &PreviewWindow::SetInitialSettings);
+    connect(m_pScaningThread, &ScaningThread::CurrentValue, this, &PreviewWindow::SetProgressValue);
+    connect(m_pScaningThread, &ScaningThread::FinishScaning, this, &PreviewWindow::OnFinishScaning);
+    connect(m_pTextBrowser->ui->comBoxAttch, QOverload<int>::of(&QComboBox::activated), this,
+            &PreviewWindow::OnIndexChange);
+}
+
+// ---- folders and messages --------------------------------------------------
+
+void PreviewWindow::LeftTreeView(unsigned long long parentId, unsigned long long id, QString name) {
+    if (QThread::currentThread() != thread()) {
+        QMetaObject::invokeMethod(
+            this, [this, parentId, id, name] { AddFolderItem(parentId, id, name); },
+            Qt::BlockingQueuedConnection);
+        return;
+    }
+    AddFolderItem(parentId, id, name);
+}
+
+void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long long id,
+                                  const QString& name) {
+    if (m_pLeftTreeWidget->topLevelItemCount() == 0) {
+        auto* root = new QTreeWidgetItem(m_pLeftTreeWidget);
+        root->setFont(ColName, ItemFont());
+        root->setSizeHint(ColName, QSize(22, 22));
+        root->setText(ColName, QStringLiteral("Mailbox"));
+        root->setText(ColId, QStringLiteral("501"));
+        root->setText(ColParentId, QStringLiteral("0"));
+        root->setCheckState(ColName, Qt::Unchecked);
+        root->setText(ColTickCode, QStringLiteral("3"));
+        root->setExpanded(true);
+        AppendFolderRecord(0, 501, root, 3);
+    }
+    if (m_pLeftTreeWidget->topLevelItemCount() == 0)
+        return;
+    const QString parentText = QString::number(parentId);
+    QTreeWidgetItem* parentItem = nullptr;
+    for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it) {
+        if ((*it)->text(ColId) == parentText) {
+            parentItem = *it;
+            break;
+        }
+    }
+    QTreeWidgetItem* item = nullptr;
+    if (parentItem) {
+        item = new QTreeWidgetItem(parentItem);
+        item->setFont(ColName, ItemFont());
+        item->setSizeHint(ColName, QSize(22, 22));
+        item->setText(ColName, name);
+        item->setText(ColId, QString::number(id));
+        item->setText(ColParentId, parentText);
+        item->setCheckState(ColName, Qt::Unchecked);
+        item->setText(ColTickCode, QStringLiteral("3"));
+        item->setIcon(ColName, QIcon(QStringLiteral(":/images/img_Folder.png")));
+        parentItem->setExpanded(true);
+    }
+    AppendFolderRecord(parentId, id, item, 0);
+}
+
+void PreviewWindow::OnClearLeftTree() {
+    m_pCenterTreeWidget->clear();
+}
+
+void PreviewWindow::AppendMessageRow(const QString& subject, const QString& number,
+                                     bool hasAttachments, int priority) {
+    auto* row = new QTreeWidgetItem(m_pCenterTreeWidget);
+    for (int c = ColSizeHint; c <= ColSubject; ++c) {
+        row->setFont(c, ItemFont());
+        row->setSizeHint(c, QSize(22, 22));
+    }
+    if (priority == 1)
+        row->setIcon(ColPriority, QIcon(QStringLiteral(":/images/img_Priority.png")));
+    row->setIcon(ColType, QIcon(QStringLiteral(":/images/img_Mail.png")));
+    if (hasAttachments)
+        row->setIcon(ColAttachment, QIcon(QStringLiteral(":/images/img_Attachment.png")));
+    row->setText(ColSubject, subject);
+    row->setText(ColNumber, number);
+}
+
+void PreviewWindow::OnNewItem(QString subject, QString number, void* folderItem, unsigned long long,
+                              unsigned long long count, bool hasAttachments, int priority,
+                              int labelState) {
+    auto* folder = static_cast<QTreeWidgetItem*>(folderItem);
+    if (folder) {
+        m_pLeftTreeWidget->setCurrentItem(folder);
+        QString label = folder->text(ColName);
+        if (labelState == 2) {
+            const int cut = label.lastIndexOf(QLatin1Char('('));
+            if (cut >= 0)
+                label.truncate(cut);
+        }
+        folder->setText(ColName,
+                        label + QLatin1Char('(') + QString::number(count) + QLatin1Char(')'));
+    }
+    AppendMessageRow(subject, number, hasAttachments, priority);
+    m_pCenterTreeWidget->scrollToItem(
+        m_pCenterTreeWidget->topLevelItem(m_pCenterTreeWidget->topLevelItemCount() - 1));
+}
+
+void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
+    if (!item)
+        return;
+    ClearPreview();
+    m_pCenterTreeWidget->clear();
+    const FldrAtrib* folder =
+        FindFolderRecord(item->text(ColId).toULongLong(), item->text(ColParentId).toULongLong());
+    if (!folder || !folder->pFirstMail)
+        return;
+    bool first = true;
+    for (const MailItem* m = folder->pFirstMail; m; m = m->pNext) {
+        QString subject = Utf16Text(m->pSubject, m->ulSubjectSize);
+        AppendMessageRow(subject, QString::number(m->ullNumber), m->pAttachTail != nullptr,
+                         m->iPriority);
+        if (first) {
+            first = false;
+            QTreeWidgetItem* row = m_pCenterTreeWidget->topLevelItem(0);
+            const QSignalBlocker block(m_pCenterTreeWidget);
+            m_pCenterTreeWidget->setCurrentItem(row);
+            OnMessageSubjectClicked(row, 0);
+        }
+    }
+}
+
+void PreviewWindow::CleanListAndHash() {
+    FreeAllFolderRecords();
+}
+
+// ---- preview -------------------------------------------------------------
+
+void PreviewWindow::ClearPreview() {
+    m_pTextBrowser->ClearFields();
+    m_pTextBrowser->ShowEmptyPage();
+    m_strFullFrom.clear();
+    m_strFullTo.clear();
+    m_strFullSubject.clear();
+}
+
+void PreviewWindow::OnMessageSubjectChanged() {
+    for (int i = 0; i < m_pCenterTreeWidget->topLevelItemCount(); ++i) {
+        QTreeWidgetItem* row = m_pCenterTreeWidget->topLevelItem(i);
+        if (row->isSelected()) {
+            OnMessageSubjectClicked(row, 0);
+            return;
+        }
+    }
+}
+
+void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
+    ClearPreview();
+    QTreeWidgetItem* folderItem = m_pLeftTreeWidget->currentItem();
+    if (!item || !folderItem)
+        return;
+    const FldrAtrib* folder = FindFolderRecord(folderItem->text(ColId).toULongLong(),
+                                               folderItem->text(ColParentId).toULongLong());
+    if (!folder)
+        return;
+    const quint64 number = item->text(ColNumber).toULongLong();
+    const MailItem* mail = folder->pFirstMail;
+    while (mail && mail->ullNumber != number)
+        mail = mail->pNext;
+    if (!mail)
+        return;
+    Ui::TextBrowserDlg* f = m_pTextBrowser->ui;
+    const QFontMetrics metrics(f->subjBrowser->font());
+    const int width = f->subjBrowser->width();
+    if (mail->pFrom) {
+        m_strFullFrom = Utf16Text(mail->pFrom, mail->ulFromSize);
+        ShowElided(f->fromBrowser, m_strFullFrom, metrics, width);
+    }
+    if (mail->pTo) {
+        m_strFullTo = QStringLiteral("To: ") + Utf16Text(mail->pTo, mail->ulToSize);
+        ShowElided(f->toBrowser, m_strFullTo, metrics, width);
+    }
+    if (mail->pSubject) {
+        m_strFullSubject = Utf16Text(mail->pSubject, mail->ulSubjectSize);
+        ShowElided(f->subjBrowser, m_strFullSubject, metrics, width);
+    }
+    if (mail->pDate)
+        f->dateBrowser->setText(QString::fromLatin1(mail->pDate, int(mail->ulDateSize)));
+}
+
+void PreviewWindow::OnIndexChange(int) {}
+
+// ---- scan, save, progress ------------------------------------------------
+
+void PreviewWindow::SetFileActionsEnabled(bool open, bool save) {
+    m_pOpenFile->setEnabled(open);
+    m_pOpenFileMenu->setEnabled(open);
+    m_pSaveFile->setEnabled(save);
+    m_pSaveFileMenu->setEnabled(save);
+}
+
+void PreviewWindow::OnStartScanning() {
+    if (bProcessRunning || m_pScaningThread->isRunning())
+        return; // a run is under way; its records are still in use
+    m_pInitialProcessInfo->Start();
+    m_pTextBrowser->ShowEmptyPage();
+    m_pLeftTreeWidget->clear();
+    m_pCenterTreeWidget->clear();
+    m_pTextBrowser->ClearFields();
+    CleanListAndHash();
+    SetFileActionsEnabled(false, false);
+    IsPreview = true;
+    bProcessRunning = true;
+    m_pScaningThread->SetInitialSettings();
+}
+
+void PreviewWindow::OnOpenFile() {
+    m_pSelectData->DefaultDatabaseLocation();
+    m_pSelectData->show();
+    m_pSelectData->raise();
+}
+
+void PreviewWindow::OnSavingFiles() {}
+
+void PreviewWindow::ShowScanningProgBar() {
+    m_pInitialProcessInfo->Stop();
+    m_pProgressInfo = new QProgressInfo(this);
+    m_pProgressInfo->setAttribute(Qt::WA_DeleteOnClose);
+    connect(m_pProgressInfo, &QProgressInfo::OnAbort, this, &PreviewWindow::OnAbortSettings);
+    connect(m_pProgressInfo, &QProgressInfo::DisableToSave, this, &PreviewWindow::OnDisableToSave);
+    connect(m_pProgressInfo, &QProgressInfo::EnableToOpenFind, this,
+            &PreviewWindow::OnEnableToOpenFind);
+    m_pProgressInfo->show();
+    m_pProgressInfo->ui->AnimationLabel->hide();
+    m_pProgressInfo->ui->StatusLabel->show();
+    m_pProgressInfo->ui->StopButton->show();
+    m_pProgressInfo->ui->ProgressBar->reset();
+    m_pProgressInfo->ui->ProgressBar->show();
+}
+
+void PreviewWindow::SetInitialSettings(unsigned long total, QString text) {
+    if (!m_pProgressInfo)
+        return;
+    Ui::ProgressDialog* p = m_pProgressInfo->ui;
+    p->AnimationLabel->setMovie(m_pProgressInfo->m_pMovie);
+    p->AnimationLabel->show();
+    m_pProgressInfo->m_pMovie->start();
+    p->StatusLabel->setText(text);
+    p->ProgressBar->reset();
+    // The bar counts in int; very large totals are scaled by the bar itself.
+    p->ProgressBar->setRange(0, int(qMin<unsigned long>(total, INT_MAX)));
+    p->ProgressBar->setValue(0);
+}
+
+void PreviewWindow::SetProgressValue() {
+    if (m_pProgressInfo)
+        m_pProgressInfo->ui->ProgressBar->setValue(m_pProgressInfo->ui->ProgressBar->value() + 1);
+}
+
+void PreviewWindow::OnFinishScaning() {
+    m_pInitialProcessInfo->Stop();
+    if (!bProcessRunning) {
+        if (!bStopFlag) {
+            m_pSaveFile->setEnabled(true);
+            m_pSaveFileMenu->setEnabled(true);
+        }
+        m_pOpenFile->setEnabled(true);
+        m_pOpenFileMenu->setEnabled(true);
+    }
+    if (bStopFlag)
+        return;
+    if (m_pProgressInfo)
+        m_pProgressInfo->hide();
+    if (!IsPreview) {
+        for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
+            f->ucTickState = 3;
+        for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it)
+            (*it)->setCheckState(ColName, Qt::Unchecked);
+        IsPreview = true;
+        QImportWindow::Open(QStringLiteral("\nFile saved successfully at location ") + saveDir +
+                            QStringLiteral("/Main Identity_") + strTime + QStringLiteral(".rge"));
+        return;
+    }
+    if (IsConverted) {
+        QMessageBox::information(nullptr, QStringLiteral("Vortiga"),
+                                 QStringLiteral("File scan completed successfully."));
+        m_pCenterTreeWidget->clear();
+        const FldrAtrib* last = LastFolderRecord();
+        if (last && last->ullMsgCount && last->pTreeItem) {
+            auto* item = static_cast<QTreeWidgetItem*>(last->pTreeItem);
+            m_pLeftTreeWidget->setCurrentItem(item);
+            ShowindivisualMailItemsInfo(item, 0);
+        }
+    } else {
+        QMessageBox::information(
+            nullptr, QString(),
+            QStringLiteral("Scanned file is either an invalid file or heavily damaged."));
+        m_pSaveFile->setEnabled(false);
+        m_pSaveFileMenu->setEnabled(false);
+        m_pOpenFile->setEnabled(true);
+        m_pOpenFileMenu->setEnabled(true);
+    }
+    if (m_pProgressInfo)
+        m_pProgressInfo->m_pMovie->stop();
+}
+
+void PreviewWindow::OnAbortSettings() {
+    if (!bProcessRunning) {
+        if (m_pProgressInfo)
+            m_pProgressInfo->hide();
+        if (bStopFlag) {
+            m_pSaveFile->setEnabled(true);
+            m_pSaveFileMenu->setEnabled(true);
+        }
+        m_pOpenFile->setEnabled(true);
+        m_pOpenFileMenu->setEnabled(true);
+    }
+    if (bStopFlag) {
+        if (m_pProgressInfo)
+            m_pProgressInfo->hide();
+        QMessageBox::information(nullptr, QString(),
+                                 QStringLiteral("Saving process aborted. Files saved partially."));
+    }
+    bStopFlag = false;
+}
+
+void PreviewWindow::OnDisableToSave() {
+    m_pSaveFile->setEnabled(true);
+    m_pSaveFileMenu->setEnabled(true);
+}
+
+void PreviewWindow::OnEnableToOpenFind() {
+    if (!IsPreview) {
+        SetFileActionsEnabled(true, true);
+        return;
+    }
+    m_pOpenFile->setEnabled(true);
+    m_pOpenFileMenu->setEnabled(true);
+    const FldrAtrib* last = LastFolderRecord();
+    if (last && last->ullMsgCount && last->pTreeItem) {
+        auto* item = static_cast<QTreeWidgetItem*>(last->pTreeItem);
+        m_pLeftTreeWidget->setCurrentItem(item);
+        ShowindivisualMailItemsInfo(item, 0);
+    }
+}
+
+// ---- help, about, support -------------------------------------------------
+
+void PreviewWindow::OpenHelp() {
+    QDesktopServices::openUrl(
+        QUrl::fromLocalFile(HelpFilePath + QStringLiteral("/PellomarHelp.html")));
+}
+
+void PreviewWindow::OpenAboutProduct() {
+    QMessageBox::about(
+        this, QStringLiteral("About Pellomar"),
+        QStringLiteral("<h3>Pellomar %1</h3>"
+                       "<p>Converts Apple Mail mailboxes into an archive that Outlook 2011 for "
+                       "Mac imports.</p>"
+                       "<p>Qt %2 (built with %3)<br>%4 (%5)</p>")
+            .arg(QStringLiteral(PELLOMAR_VERSION), QString::fromLatin1(qVersion()),
+                 QStringLiteral(QT_VERSION_STR), QSysInfo::prettyProductName(),
+                 QSysInfo::currentCpuArchitecture()));
+}
+
+void PreviewWindow::OpenSupportLink(const QString& key) {
+    const QString link = ReadPlistStrings(strPlistPath).value(key);
+    if (!link.isEmpty())
+        QDesktopServices::openUrl(QUrl(link));
+}
+
+void PreviewWindow::OnEmailSupport() {
+    OpenSupportLink(QStringLiteral("SupportEmail"));
+}
+void PreviewWindow::OnSupportSection() {
+    OpenSupportLink(QStringLiteral("SupportSection"));
+}
+void PreviewWindow::OnSubmitEnquiry() {
+    OpenSupportLink(QStringLiteral("SubmitEnquiry"));
+}
+void PreviewWindow::OnKnowledgebase() {
+    OpenSupportLink(QStringLiteral("KnowledgebaseArticles"));
+}
+
+// ---- window events --------------------------------------------------------
+
+void PreviewWindow::closeEvent(QCloseEvent* event) {
+    if (bProcessRunning) {
+        QMessageBox::warning(
+            this, QStringLiteral("Pellomar"),
+            QStringLiteral("Application Running !!\nPlease halt the current process to exit."),
+            QMessageBox::Ok);
+        event->ignore();
+        return;
+    }
+    if (closeevent) {
+        event->accept();
+        return;
+    }
+    const auto answer = QMessageBox::warning(this, QStringLiteral("Pellomar"),
+                                             QStringLiteral("Do you want to close Pellomar?"),
+                                             QMessageBox::Yes | QMessageBox::No);
+    if (answer == QMessageBox::Yes)
+        event->accept();
+    else
+        event->ignore();
+}
+
+void PreviewWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    Ui::TextBrowserDlg* f = m_pTextBrowser->ui;
+    const QFontMetrics metrics(font());
+    if (!m_strFullSubject.isEmpty())
+        ShowElided(f->subjBrowser, m_strFullSubject, metrics, f->subjBrowser->width() - 1);
+    if (!m_strFullFrom.isEmpty())
+        ShowElided(f->fromBrowser, m_strFullFrom, metrics, f->fromBrowser->width() - 1);
+    if (!m_strFullTo.isEmpty())
+        ShowElided(f->toBrowser, m_strFullTo, metrics, f->toBrowser->width() - 1);
+}

@@ -1,0 +1,126 @@
+#pragma once
+// The application's main window: folder tree, message list and preview side
+// by side, menus, tool bar, and the slots that drive a scan or a save.
+
+#include "FolderTreeSink.h"
+
+#include <QMainWindow>
+#include <QPointer>
+
+class QAction;
+class QMenu;
+class QMenuBar;
+class QSplitter;
+class QToolBar;
+class QTreeWidget;
+class QTreeWidgetItem;
+class ScaningThread;
+class SelectData;
+class TextBrowser;
+class QProgressInfo;
+class QInitialProcessInfo;
+
+namespace Ui {
+class MainWindowUi;
+}
+
+class PreviewWindow : public QMainWindow, public FolderTreeSink {
+    Q_OBJECT
+public:
+    explicit PreviewWindow(QWidget* parent = nullptr);
+    ~PreviewWindow() override;
+
+    // Adds one folder to the tree and its record to the folder list. The scan
+    // calls it from the worker thread; the work is done on the GUI thread
+    // with a blocking call, so folders arrive in the order of the calls.
+    void LeftTreeView(unsigned long long parentId, unsigned long long id, QString name) override;
+
+    // Frees every folder, message and attachment record of the last scan.
+    void CleanListAndHash();
+
+    QTreeWidget* m_pLeftTreeWidget = nullptr;
+    QTreeWidget* m_pCenterTreeWidget = nullptr;
+    TextBrowser* m_pTextBrowser = nullptr;
+    ScaningThread* m_pScaningThread = nullptr;
+    SelectData* m_pSelectData = nullptr;
+    QPointer<QProgressInfo> m_pProgressInfo;
+    QInitialProcessInfo* m_pInitialProcessInfo = nullptr;
+
+    QAction* m_pOpenFileMenu = nullptr; // "Open File"
+    QAction* m_pSaveFileMenu = nullptr; // "Save File"
+    QAction* m_pSaveFile = nullptr;     // "Save" (tool bar)
+    QAction* m_pHelpFile = nullptr;     // "Help" (tool bar)
+    QAction* m_pHelpTopics = nullptr;
+    QAction* m_pAbout = nullptr;
+    QAction* m_pEmailSupport = nullptr;
+    QAction* m_pSupportSection = nullptr;
+    QAction* m_pSubmitEnquiry = nullptr;
+    QAction* m_pKnowledgebase = nullptr;
+    QMenuBar* m_pMenuBar = nullptr;
+    QMenu* m_pAppMenu = nullptr;
+    QMenu* m_pFileMenu = nullptr;
+    QMenu* m_pHelpMenu = nullptr;
+    QToolBar* m_pToolBar = nullptr;
+    QSplitter* m_pOuterSplitter = nullptr;
+    QSplitter* m_pInnerSplitter = nullptr;
+
+    // Unelided header texts of the message shown, re-elided on resize.
+    QString m_strFullFrom;
+    QString m_strFullTo;
+    QString m_strFullSubject;
+
+public slots:
+    void OnStartScanning();
+    void OnOpenFile();
+    void OnSavingFiles();
+    void OnClearLeftTree();
+    void OnNewItem(QString subject, QString number, void* folderItem, unsigned long long folderId,
+                   unsigned long long count, bool hasAttachments, int priority, int labelState);
+    void ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int column);
+    void OnMessageSubjectChanged();
+    void OnMessageSubjectClicked(QTreeWidgetItem* item, int column);
+    void OnIndexChange(int index);
+
+    void ShowScanningProgBar();
+    void SetInitialSettings(unsigned long total, QString text);
+    void SetProgressValue();
+    void OnFinishScaning();
+    void OnAbortSettings();
+    void OnDisableToSave();
+    void OnEnableToOpenFind();
+
+    void OpenHelp();
+    void OpenAboutProduct();
+    void OnEmailSupport();
+    void OnSupportSection();
+    void OnSubmitEnquiry();
+    void OnKnowledgebase();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void OnInitialize();
+    void CreateMenu();
+    void CreateMenuBar();
+    void CreateToolBar();
+    void CreateLeftDockWindows();
+    void ConnectSignals();
+    void AddFolderItem(unsigned long long parentId, unsigned long long id, const QString& name);
+    void AppendMessageRow(const QString& subject, const QString& number, bool hasAttachments,
+                          int priority);
+    void ClearPreview();
+    void SetFileActionsEnabled(bool open, bool save);
+    void OpenSupportLink(const QString& key);
+
+    Ui::MainWindowUi* ui;
+};
+
+// The main window, set by its constructor.
+extern PreviewWindow* pPreviewWindow;
+// The "Open" tool-bar action, so that other dialogs can switch it.
+extern QAction* m_pOpenFile;
+// When non-zero the window closes without asking (set where the program
+// closes its own window on purpose).
+extern int closeevent;

@@ -1,0 +1,81 @@
+#include "ProgressDialogs.h"
+#include "Globals.h"
+#include "QImportWindow.h"
+#include "Records.h"
+#include "ui_InitialDlg.h"
+#include "ui_ProgressDialog.h"
+
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QMovie>
+
+QProgressInfo::QProgressInfo(QWidget* parent) : QDialog(parent), ui(new Ui::ProgressDialog) {
+    ui->setupUi(this);
+    setWindowFlags(windowFlags() | Qt::Sheet);
+    setWindowModality(Qt::WindowModal);
+    ui->StopButton->setStyleSheet(QStringLiteral(
+        "QPushButton:enabled {border-image: url(:/images/img_Stop.png);hiegth: 32px;width: "
+        "32px}QPushButton:pressed { border-image: url(:/images/img_StopPressed.png);hiegth: "
+        "32px;width: 32px}"));
+    m_pMovie = new QMovie(QStringLiteral(":/images/img_Save.gif"), QByteArray(), this);
+    connect(ui->StopButton, &QPushButton::clicked, this, &QProgressInfo::OnStop);
+}
+
+QProgressInfo::~QProgressInfo() {
+    delete ui;
+}
+
+bool QProgressInfo::ConfirmAbort() {
+    QMessageBox box(QMessageBox::Warning, QString(),
+                    QStringLiteral("Process can't be resumed from the current stage."),
+                    QMessageBox::Yes | QMessageBox::No, this);
+    box.setInformativeText(QStringLiteral("Do you want to abort the current process?"));
+    box.setDefaultButton(QMessageBox::No);
+    return box.exec() == QMessageBox::Yes;
+}
+
+void QProgressInfo::OnStop() {
+    if (!ConfirmAbort())
+        return;
+    bStopFlag = true;
+    bProcessRunning = false;
+    hide();
+    if (!IsPreview) {
+        emit EnableToOpenFind();
+        IsPreview = true;
+        // Names the store folder (not the package) as the partial result.
+        QString store = QFileInfo(m_strInputfilepath).fileName();
+        store.remove(QStringLiteral(".pst"));
+        m_pImportWindow = QImportWindow::Open(
+            QStringLiteral("\nProcess aborted. File saved partially at location ") + saveDir +
+            QStringLiteral("/") + store + QStringLiteral("_") + strTime + QStringLiteral(".rge"));
+    } else {
+        if (StartFldrAtrib)
+            emit DisableToSave();
+        QMessageBox::information(nullptr, QStringLiteral("Vortiga"),
+                                 QStringLiteral("Process aborted."));
+        m_pMovie->stop();
+        emit EnableToOpenFind();
+    }
+}
+
+QInitialProcessInfo::QInitialProcessInfo(QWidget* parent)
+    : QDialog(parent), ui(new Ui::InitialDlg) {
+    ui->setupUi(this);
+    m_pMovie = new QMovie(QStringLiteral(":/images/img_Scan.gif"), QByteArray(), this);
+    ui->AnimationLabel->setMovie(m_pMovie);
+}
+
+QInitialProcessInfo::~QInitialProcessInfo() {
+    delete ui;
+}
+
+void QInitialProcessInfo::Start() {
+    show();
+    m_pMovie->start();
+}
+
+void QInitialProcessInfo::Stop() {
+    m_pMovie->stop();
+    hide();
+}

@@ -1,0 +1,25 @@
+#pragma once
+// Tells where the archive package was written, with a link to the help page
+// that explains how to import it into Outlook 2011 for Mac.
+
+#include <QDialog>
+
+namespace Ui {
+class ImportMsgDlg;
+}
+
+class QImportWindow : public QDialog {
+    Q_OBJECT
+public:
+    explicit QImportWindow(QWidget* parent = nullptr);
+    ~QImportWindow() override;
+
+    // Creates the dialog, shows it and puts the text into "InfoLabels".
+    static QImportWindow* Open(const QString& text);
+
+    void HTImport();
+    void BrowserForImport(QString link);
+    void HideDlg();
+
+    Ui::ImportMsgDlg* ui;
+};

@@ -1,0 +1,126 @@
+#include "TextBrowser.h"
+#include "Globals.h"
+#include "ui_TextBrowserDlg.h"
+
+#include <QFile>
+#include <QHBoxLayout>
+#include <QUrl>
+#include <QVBoxLayout>
+#include <QWebEnginePage>
+#include <QWebEngineProfile>
+#include <QWebEngineSettings>
+#include <QWebEngineUrlRequestInterceptor>
+#include <QWebEngineView>
+
+namespace {
+
+// Mail is untrusted: the body may only show what is inside it or on this
+// machine. Every request for a remote address is refused.
+class LocalOnlyInterceptor : public QWebEngineUrlRequestInterceptor {
+public:
+    using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
+    void interceptRequest(QWebEngineUrlRequestInfo& info) override {
+        static const QStringList local = {QStringLiteral("file"), QStringLiteral("data"),
+                                          QStringLiteral("qrc"),  QStringLiteral("about"),
+                                          QStringLiteral("blob"), QStringLiteral("cid")};
+        if (!local.contains(info.requestUrl().scheme().toLower()))
+            info.block(true);
+    }
+};
+
+void MakeOneLine(QTextEdit* edit) {
+    edit->setReadOnly(true);
+    edit->setLineWrapMode(QTextEdit::NoWrap);
+    edit->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    edit->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    edit->setFrameShape(QFrame::NoFrame);
+    edit->setFixedHeight(edit->fontMetrics().height() + 8);
+    edit->document()->setDocumentMargin(2);
+}
+
+} // namespace
+
+QString EmptyPagePath() {
+    return TempDir() + QStringLiteral("/Tressaly.html");
+}
+
+TextBrowser::TextBrowser(QWidget* parent) : QWidget(parent), ui(new Ui::TextBrowserDlg) {
+    ui->setupUi(this);
+}
+
+TextBrowser::~TextBrowser() {
+    // The page must go before the profile it uses.
+    delete m_pWebView;
+    delete ui;
+}
+
+void TextBrowser::SetWindowLayout() {
+    m_pProfile = new QWebEngineProfile(this); // off the record: nothing is stored
+    m_pProfile->setUrlRequestInterceptor(new LocalOnlyInterceptor(m_pProfile));
+    m_pWebView = new QWebEngineView(this);
+    m_pWebView->setPage(new QWebEnginePage(m_pProfile, m_pWebView));
+    QWebEngineSettings* s = m_pWebView->settings();
+    s->setAttribute(QWebEngineSettings::JavascriptEnabled, false);
+    s->setAttribute(QWebEngineSettings::PluginsEnabled, false);
+    s->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
+    s->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
+    m_pWebView->setContextMenuPolicy(Qt::NoContextMenu);
+
+    for (QTextEdit* e : {ui->dateBrowser, ui->fromBrowser, ui->toBrowser, ui->subjBrowser})
+        MakeOneLine(e);
+    ui->dateBrowser->setPlaceholderText(tr("Date"));
+    ui->fromBrowser->setPlaceholderText(tr("From"));
+    ui->toBrowser->setPlaceholderText(tr("To"));
+    ui->subjBrowser->setPlaceholderText(tr("Subject"));
+    ui->comBoxAttch->setMinimumWidth(180);
+    ui->comBoxAttch->hide();
+
+    auto* fields = new QVBoxLayout;
+    fields->setSpacing(5);
+    fields->setContentsMargins(5, 5, 5, 5);
+    fields->addWidget(ui->dateBrowser);
+    fields->addWidget(ui->fromBrowser);
+    fields->addWidget(ui->toBrowser);
+    fields->addWidget(ui->subjBrowser);
+    auto* side = new QVBoxLayout;
+    side->setSpacing(0);
+    side->setContentsMargins(5, 5, 5, 5);
+    side->addWidget(ui->comBoxAttch);
+    side->addStretch(1);
+    auto* top = new QHBoxLayout;
+    top->setSpacing(100);
+    top->setContentsMargins(0, 0, 0, 0);
+    top->addLayout(fields, 1);
+    top->addLayout(side);
+    auto* body = new QHBoxLayout;
+    body->setSpacing(100);
+    body->setContentsMargins(0, 0, 0, 0);
+    body->addWidget(m_pWebView, 1);
+    auto* all = new QVBoxLayout(this);
+    all->setSpacing(0);
+    all->setContentsMargins(0, 0, 0, 0);
+    all->addLayout(top);
+    all->addLayout(body, 1);
+
+    ShowEmptyPage();
+}
+
+void TextBrowser::ShowEmptyPage() {
+    const QString path = EmptyPagePath();
+    QFile::remove(path);
+    QFile page(path);
+    if (page.open(QIODevice::WriteOnly))
+        page.close();
+    const QUrl url = QUrl::fromUserInput(path.trimmed());
+    if (url.isValid() && m_pWebView)
+        m_pWebView->load(url);
+}
+
+void TextBrowser::ClearFields() {
+    ui->comBoxAttch->clear();
+    ui->dateBrowser->clear();
+    ui->fromBrowser->clear();
+    ui->toBrowser->clear();
+    ui->subjBrowser->clear();
+    ui->comBoxAttch->hide();
+}

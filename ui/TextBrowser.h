@@ -1,0 +1,34 @@
+#pragma once
+// The preview pane: date, sender, recipients and subject fields, the
+// attachment list, and a web view for the body.
+
+#include <QWidget>
+
+class QWebEngineView;
+class QWebEngineProfile;
+
+namespace Ui {
+class TextBrowserDlg;
+}
+
+class TextBrowser : public QWidget {
+    Q_OBJECT
+public:
+    explicit TextBrowser(QWidget* parent = nullptr);
+    ~TextBrowser() override;
+
+    void SetWindowLayout();
+    // Deletes and recreates the empty page, and shows it.
+    void ShowEmptyPage();
+    // Clears the four header fields and the attachment list, and hides it.
+    void ClearFields();
+
+    Ui::TextBrowserDlg* ui;
+    QWebEngineView* m_pWebView = nullptr;
+
+private:
+    QWebEngineProfile* m_pProfile = nullptr;
+};
+
+// Path of the empty page loaded before each preview.
+QString EmptyPagePath();
