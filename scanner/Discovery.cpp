@@ -14,8 +14,9 @@ QString FromFirstSlash(const QString& text) {
 
 QString FolderPathForMessage(const QString& line, const QString& defaultMailPath,
                              const QString& storePath) {
+    // The folder of the file; a line without any "/" names no folder.
     const int lastSlash = line.lastIndexOf(QLatin1Char('/'));
-    QString path = lastSlash < 0 ? line : line.left(lastSlash);
+    QString path = lastSlash < 0 ? QString() : line.left(lastSlash);
 
     const int mailAt = defaultMailPath.isEmpty() ? -1 : path.indexOf(defaultMailPath);
     if (mailAt >= 0) {
