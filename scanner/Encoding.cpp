@@ -1,4 +1,81 @@
+// Quoted-printable bytes and RFC 2047 attachment names.
 #include "ScaningThread.h"
 
-QByteArray ScaningThread::QDecode(const QString&) { return {}; }
-QString ScaningThread::DecodeAttName(const QString&) { return {}; }
+#include <QTextCodec>
+
+namespace {
+
+// Value of one hexadecimal digit, upper-cased first. Characters other than
+// "0"-"9" and "A"-"F" count as 0.
+int HexDigit(QChar c) {
+    const ushort u = c.toUpper().unicode();
+    if (u >= '0' && u <= '9')
+        return u - '0';
+    if (u >= 'A' && u <= 'F')
+        return u - 'A' + 10;
+    return 0;
+}
+
+// Decodes the text of one encoded name word.
+QString DecodeNameWord(const QString& charset, const QString& encoding, const QString& text) {
+    if (encoding == QLatin1String("Q")) {
+        const QByteArray bytes = ScaningThread::QDecode(text);
+        if (charset.isEmpty())
+            return QString::fromUtf8(bytes);
+        const QString name =
+            charset == QLatin1String("ks_c_5601-1987") ? QStringLiteral("cp949") : charset;
+        QTextCodec* codec = QTextCodec::codecForName(name.toLatin1());
+        // A charset without a codec: one character per byte.
+        return codec ? codec->toUnicode(bytes) : QString::fromLatin1(bytes);
+    }
+    if (encoding == QLatin1String("B")) {
+        // Read as UTF-8 up to the first NUL byte, whatever the charset says.
+        return QString::fromUtf8(QByteArray::fromBase64(text.toLatin1()));
+    }
+    return QString();
+}
+
+} // namespace
+
+QByteArray ScaningThread::QDecode(const QString& text) {
+    QByteArray out;
+    out.reserve(text.size());
+    const int n = text.size();
+    for (int i = 0; i < n; ++i) {
+        const QChar c = text.at(i);
+        if (c == QLatin1Char('=')) {
+            // Digits past the end of the text count as 0.
+            const int high = i + 1 < n ? HexDigit(text.at(i + 1)) : 0;
+            const int low = i + 2 < n ? HexDigit(text.at(i + 2)) : 0;
+            out.append(char(high * 16 + low));
+            i += 2;
+        } else {
+            out.append(c.unicode() > 0xFF ? '\0' : char(c.unicode()));
+        }
+    }
+    return out;
+}
+
+QString ScaningThread::DecodeAttName(const QString& text) {
+    if (!text.startsWith(QLatin1String("=?")))
+        return QString();
+    QString rest = text.mid(2);
+    int q = rest.indexOf(QLatin1Char('?'));
+    const QString charset = q < 0 ? rest : rest.left(q);
+    rest = q < 0 ? QString() : rest.mid(q + 1);
+    q = rest.indexOf(QLatin1Char('?'));
+    const QString encoding = q < 0 ? rest : rest.left(q);
+    rest = q < 0 ? QString() : rest.mid(q + 1);
+    if (rest.endsWith(QLatin1String("?="))) {
+        rest.chop(2);
+        return DecodeNameWord(charset, encoding, rest);
+    }
+    // Text after a single encoded word, up to the closing quote, is kept;
+    // further words are not decoded.
+    const QStringList pieces = rest.split(QStringLiteral("?="));
+    if (pieces.size() < 2)
+        return QString();
+    QString tail = pieces.at(1);
+    tail.chop(1);
+    return DecodeNameWord(charset, encoding, pieces.at(0)) + tail;
+}

@@ -1,0 +1,120 @@
+#pragma once
+// Line reader over one message file. The file is opened once and mapped;
+// lines are views into the mapping, so nothing of a message is copied.
+//
+// Line model (the same as a Qt text-mode readLine turned into a QString):
+// a line is the bytes up to and including "\n"; a "\r" right before that
+// "\n" is dropped; the last line may lack the "\n"; the line's text stops at
+// its first NUL byte. Positions are real byte offsets in the file, taken
+// right after a line. A line's "length" is the length of its text decoded
+// from UTF-8, in UTF-16 units.
+
+#include <QByteArray>
+#include <QFile>
+#include <QString>
+#include <QtGlobal>
+
+// Finds a fixed text in the mapping, remembering the last answer so that
+// the mostly forward line walks search each stretch of the file only once.
+class NeedleFinder {
+public:
+    NeedleFinder(const char* needle, int size) : m_needle(needle), m_size(size) {}
+    void Reset(const char* data, qint64 size);
+    // First occurrence starting at or after from, or -1.
+    qint64 From(qint64 from);
+    int Size() const { return m_size; }
+
+private:
+    const char* m_needle;
+    int m_size;
+    const char* m_data = nullptr;
+    qint64 m_dataSize = 0;
+    qint64 m_searchedFrom = -1; // start of the last search, -1 when none yet
+    qint64 m_found = -1;        // its answer
+};
+
+struct Line {
+    const char* p = nullptr; // first byte of the line
+    qint64 start = 0;        // file offset of the line
+    qint64 next = 0;         // file offset right after the line
+    qint64 rawLen = 0;       // bytes before the line end ("\n" or "\r\n")
+    bool rawNl = false;      // the line ended with "\n"
+    // Text, computed by Cut(): rawLen/rawNl shortened at the first NUL byte.
+    mutable qint64 textLen = -1;
+    mutable bool nl = false;
+
+    void Cut() const;
+    // Bytes of the text without its final "\n"; the text is Content() plus
+    // "\n" when HasNewline().
+    qint64 ContentLen() const {
+        Cut();
+        return textLen;
+    }
+    bool HasNewline() const {
+        Cut();
+        return nl;
+    }
+    // The text is empty: end of file, or a line starting with a NUL byte.
+    bool IsEmpty() const { return rawLen == 0 ? !rawNl : p[0] == '\0'; }
+    // The text is exactly "\n".
+    bool IsBlank() const { return rawLen == 0 && rawNl; }
+    // First byte of the text, or 0.
+    char First() const { return rawLen > 0 ? p[0] : (rawNl ? '\n' : '\0'); }
+
+    bool StartsWith(const char* lit, bool ignoreCase = false) const;
+    bool EndsWith(const char* lit) const;
+    bool Equals(const char* lit, bool ignoreCase = false) const;
+    bool Contains(const char* lit) const;
+
+    QByteArray Bytes() const; // the text as bytes (a copy: header lines only)
+    QString Text() const;     // the text decoded as UTF-8
+    int Utf16Length() const;  // length of Text() without building it for ASCII
+};
+
+class MessageFile {
+public:
+    MessageFile();
+    ~MessageFile();
+    MessageFile(const MessageFile&) = delete;
+    MessageFile& operator=(const MessageFile&) = delete;
+
+    // Opens and maps a regular file. False when it is not a regular file or
+    // cannot be opened or mapped. An empty file opens and has no lines.
+    bool Open(const QString& path);
+
+    qint64 Size() const { return m_size; }
+    qint64 Pos() const { return m_pos; }
+    bool AtEnd() const { return m_pos >= m_size; }
+    void Seek(qint64 pos) { m_pos = qBound<qint64>(0, pos, m_size); }
+    const char* Data() const { return m_data; }
+
+    // Reads the line at the current position; false at the end of the file.
+    bool ReadLine(Line* line);
+
+    // The line's text contains the property-list trailer mark
+    // "<?xml version="1.0" encoding="UTF-8"?>".
+    bool HasTrailer(const Line& line) { return LineHas(line, m_trailer); }
+    // The line's text contains "<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST ".
+    bool HasDoctype(const Line& line) { return LineHas(line, m_doctype); }
+
+    // Number written on the first line (the byte count of the message), 0
+    // when it is not a number.
+    qint64 FirstLineCount();
+    // End of the message text: the first line's byte length plus its count,
+    // cut at the start of the trailer line and at the end of the file.
+    qint64 MessageTextEnd();
+
+private:
+    bool LineHas(const Line& line, NeedleFinder& finder);
+
+    QFile m_file;
+    const char* m_data = nullptr;
+    qint64 m_size = 0;
+    qint64 m_pos = 0;
+    NeedleFinder m_trailer;
+    NeedleFinder m_doctype;
+};
+
+// Saturating helpers for positions taken from file contents.
+qint64 SatAdd(qint64 a, qint64 b);
+qint64 SatSub(qint64 a, qint64 b);

@@ -1,0 +1,314 @@
+// Boundaries, delimiter lines and text bodies of a message.
+#include "MimePasses.h"
+
+namespace {
+
+// Lines that may be read in one walk over the file for one boundary level.
+struct LevelScan {
+    QByteArray open;  // "--" + boundary + "\n" (UTF-8)
+    QByteArray close; // "--" + boundary + "--"
+    QString openText, closeText;
+    bool ascii = true;
+    bool ended = false;
+};
+
+QString BoundaryFromParameterLine(const QString& t) {
+    // t starts with " boundary=" or "\tboundary=".
+    const int valueAt = 10;
+    if (t.startsWith(QLatin1String(" boundary=\"")) ||
+        t.startsWith(QLatin1String("\tboundary=\""))) {
+        if (t.endsWith(QLatin1String("\";\n")) || t.endsWith(QLatin1String("\"\n"))) {
+            const int close = t.lastIndexOf(QLatin1Char('"'));
+            return close > valueAt ? t.mid(valueAt + 1, close - valueAt - 1) : QString();
+        }
+    }
+    if (t.endsWith(QLatin1String(";\n")))
+        return t.mid(valueAt, t.indexOf(QLatin1Char(';'), valueAt) - valueAt);
+    QString v = t.mid(valueAt);
+    if (v.endsWith(QLatin1Char('\n')))
+        v.chop(1);
+    return v;
+}
+
+QString BoundaryFromTypeLine(const QString& t) {
+    // t starts with "Content-Type: multipart/" and contains "; boundary=".
+    const int quoted = t.indexOf(QLatin1String("; boundary=\""));
+    if (quoted >= 0 && t.endsWith(QLatin1String("\"\n"))) {
+        const int from = quoted + 12;
+        const int close = t.lastIndexOf(QLatin1Char('"'));
+        return close >= from ? t.mid(from, close - from) : QString();
+    }
+    QString v = t.mid(t.indexOf(QLatin1String("; boundary=")) + 11);
+    if (v.endsWith(QLatin1Char('\n')))
+        v.chop(1);
+    return v;
+}
+
+bool EndsWithMultipartOpener(const Line& line) {
+    static const char* const endings[] = {"/mixed;\n",  "/alternative;\n",  "/related;\n",
+                                          "/mixed; \n", "/alternative; \n", "/related; \n"};
+    for (const char* e : endings)
+        if (line.EndsWith(e))
+            return true;
+    return false;
+}
+
+bool IsCloseDelimiter(const Line& line, const LevelScan& s) {
+    if (line.First() != '-')
+        return false;
+    if (s.ascii) {
+        const QByteArray& c = s.close;
+        return line.ContentLen() >= c.size() &&
+               memcmp(line.p, c.constData(), size_t(c.size())) == 0;
+    }
+    return line.Text().startsWith(s.closeText);
+}
+
+bool IsOpenDelimiter(const Line& line, const LevelScan& s) {
+    if (line.First() != '-')
+        return false;
+    if (s.ascii)
+        return line.HasNewline() && line.ContentLen() == s.open.size() - 1 &&
+               memcmp(line.p, s.open.constData(), size_t(s.open.size() - 1)) == 0;
+    return line.Text() == s.openText;
+}
+
+// Charset value of a Content-Type line or of its "charset=" continuation;
+// from is the index right after "charset=".
+QByteArray CharsetFrom(const QString& t, int from) {
+    QString v;
+    if (t.endsWith(QLatin1String("\";\n")) || t.endsWith(QLatin1String("\"\n"))) {
+        const int open = t.indexOf(QLatin1Char('"'), from);
+        const int close = t.lastIndexOf(QLatin1Char('"'));
+        v = (open >= 0 && close > open) ? t.mid(open + 1, close - open - 1) : QString();
+    } else if (t.endsWith(QLatin1String(";\n")) || t.endsWith(QLatin1String("; format=flowed\n"))) {
+        const int semi = t.indexOf(QLatin1Char(';'), from);
+        v = t.mid(from, semi - from);
+    } else {
+        v = t.mid(from);
+        if (v.endsWith(QLatin1Char('\n')))
+            v.chop(1);
+    }
+    v.remove(QLatin1Char('"'));
+    return v.toLatin1();
+}
+
+enum class TextKind { None, Plain, Html };
+
+struct TextPart {
+    TextKind kind = TextKind::None;
+    QByteArray charset;
+    QByteArray encoding;
+    qint64 bodyStart = 0;
+    bool sawContentType = false;
+};
+
+// Reads the header block of a part starting at pos up to its blank line.
+// False when the block ends without a blank line (end of file, an empty
+// line or, with stopAtTrailer, the trailer line).
+bool ReadTextPartHeader(MessageFile& file, qint64 pos, bool innermost, bool stopAtTrailer,
+                        TextPart* part) {
+    file.Seek(pos);
+    Line line;
+    bool charsetPending = false;
+    while (file.ReadLine(&line)) {
+        if (line.IsEmpty() || (stopAtTrailer && file.HasTrailer(line)))
+            return false;
+        if (line.IsBlank()) {
+            part->bodyStart = line.next;
+            return true;
+        }
+        if (line.StartsWith("Content-Transfer-Encoding: ", true)) {
+            QString v = line.Text().mid(27);
+            if (v.endsWith(QLatin1Char('\n')))
+                v.chop(1);
+            part->encoding = v.toLatin1();
+            continue;
+        }
+        if (innermost && line.StartsWith("Content-Disposition: ", true)) {
+            // Only the Content-Type tests are made on the line reached.
+            if (!file.ReadLine(&line))
+                return false;
+            if (line.StartsWith("MIME-Version: 1.0", true) && !file.ReadLine(&line))
+                return false;
+            if (line.IsEmpty())
+                return false;
+            if (line.IsBlank()) {
+                part->bodyStart = line.next;
+                return true;
+            }
+        }
+        if (line.StartsWith("Content-Type:", true))
+            part->sawContentType = true;
+        const char c = line.First();
+        if (c == 'C' || c == 'c') {
+            TextKind kind = TextKind::None;
+            int charsetAt = 0;
+            if (line.StartsWith("Content-Type: text/plain", true)) {
+                kind = TextKind::Plain;
+                if (line.StartsWith("Content-Type: text/plain; charset=", true))
+                    charsetAt = 34;
+            } else if (line.StartsWith("Content-Type: text/html", true)) {
+                kind = TextKind::Html;
+                if (line.StartsWith("Content-Type: text/html; charset=", true))
+                    charsetAt = 33;
+            }
+            if (kind != TextKind::None) {
+                part->kind = kind;
+                part->charset = charsetAt ? CharsetFrom(line.Text(), charsetAt) : QByteArray();
+                charsetPending = charsetAt == 0;
+            }
+        } else if (charsetPending &&
+                   (line.StartsWith("\tcharset=") || line.StartsWith(" charset="))) {
+            part->charset = CharsetFrom(line.Text(), 9);
+            charsetPending = false;
+        }
+    }
+    return false;
+}
+
+void StoreTextPart(const TextPart& part, qint64 end, TextBodies* out) {
+    if (part.kind == TextKind::Plain) {
+        out->hasPlain = true;
+        out->plainCharset = part.charset;
+        out->plainStart = part.bodyStart;
+        out->plainEnd = end;
+    } else {
+        out->hasHtml = true;
+        out->htmlCharset = part.charset;
+        out->htmlStart = part.bodyStart;
+        out->htmlEnd = end;
+    }
+    out->hasEncoding = true;
+    out->encoding = part.encoding;
+}
+
+} // namespace
+
+QVector<BoundaryLevel> ScanBoundaries(MessageFile& file) {
+    QVector<BoundaryLevel> levels;
+    QVector<LevelScan> scans;
+    enum class Await { Nothing, TypeOrBoundary, Boundary };
+    Await await = Await::Nothing;
+    bool declarations = true; // still looking for boundary declarations
+    int running = 0;          // levels whose delimiter walk has not ended
+
+    file.Seek(0);
+    Line line;
+    while (file.ReadLine(&line)) {
+        const bool empty = line.IsEmpty();
+        const bool trailer = !empty && file.HasTrailer(line);
+
+        // Delimiter walks of the levels declared on earlier lines.
+        for (int i = 0; i < scans.size(); ++i) {
+            LevelScan& s = scans[i];
+            if (s.ended)
+                continue;
+            BoundaryLevel& level = levels[i];
+            if (empty) {
+                s.ended = true;
+            } else if (IsCloseDelimiter(line, s) || trailer) {
+                level.positions.append(line.next);
+                level.lengths.append(line.Utf16Length());
+                level.closed = true;
+                s.ended = true;
+            } else if (IsOpenDelimiter(line, s)) {
+                level.positions.append(line.next);
+                level.lengths.append(line.Utf16Length());
+            }
+            if (s.ended)
+                --running;
+        }
+
+        // Boundary declarations.
+        if (declarations) {
+            QString boundary;
+            bool found = false;
+            if (await != Await::Nothing) {
+                // Parameter lines of a "Content-Type: multipart/...;" line.
+                if (await == Await::TypeOrBoundary && line.StartsWith("\ttype=\"text/")) {
+                    await = Await::Boundary;
+                    continue;
+                }
+                await = Await::Nothing;
+                if (line.StartsWith(" boundary=") || line.StartsWith("\tboundary=")) {
+                    boundary = BoundaryFromParameterLine(line.Text());
+                    found = true;
+                }
+            } else if (empty || trailer || levels.size() >= 3) {
+                declarations = false;
+            } else if ((line.First() == 'C' || line.First() == 'c') &&
+                       line.StartsWith("Content-Type: multipart/", true)) {
+                if (line.Contains("; boundary=")) {
+                    boundary = BoundaryFromTypeLine(line.Text());
+                    found = true;
+                } else if (EndsWithMultipartOpener(line)) {
+                    await = Await::TypeOrBoundary;
+                }
+            }
+            if (found) {
+                BoundaryLevel level;
+                level.boundary = boundary;
+                level.declaredAt = line.next;
+                levels.append(level);
+                LevelScan s;
+                s.openText = QStringLiteral("--") + boundary + QLatin1Char('\n');
+                s.closeText = QStringLiteral("--") + boundary + QStringLiteral("--");
+                s.open = s.openText.toUtf8();
+                s.close = s.closeText.toUtf8();
+                for (QChar ch : boundary)
+                    if (ch.unicode() >= 0x80)
+                        s.ascii = false;
+                scans.append(s);
+                ++running;
+            }
+        }
+        if (!declarations && running == 0)
+            break;
+    }
+    return levels;
+}
+
+TextBodies FindTextBodies(MessageFile& file, const QVector<BoundaryLevel>& levels) {
+    TextBodies out;
+    qint64 textEnd = -1;
+    for (int li = 0; li < levels.size(); ++li) {
+        const BoundaryLevel& level = levels[li];
+        const int n = level.positions.size();
+        const int parts = level.closed ? n - 1 : n;
+        for (int k = 0; k < parts; ++k) {
+            TextPart part;
+            if (!ReadTextPartHeader(file, level.positions[k], li == 2, false, &part) ||
+                part.kind == TextKind::None)
+                continue;
+            qint64 end;
+            if (k + 1 < n) {
+                end = level.positions[k + 1] - level.lengths[k + 1];
+            } else {
+                if (textEnd < 0)
+                    textEnd = file.MessageTextEnd();
+                end = textEnd;
+            }
+            StoreTextPart(part, end, &out);
+        }
+    }
+    return out;
+}
+
+TextBodies FindSinglePartBody(MessageFile& file) {
+    TextBodies out;
+    file.Seek(0);
+    Line first;
+    if (!file.ReadLine(&first))
+        return out;
+    TextPart part;
+    if (!ReadTextPartHeader(file, first.next, false, true, &part))
+        return out;
+    if (part.kind == TextKind::None) {
+        if (part.sawContentType)
+            return out;
+        part.kind = TextKind::Plain;
+    }
+    StoreTextPart(part, qMax(part.bodyStart, file.MessageTextEnd()), &out);
+    return out;
+}

@@ -1,0 +1,70 @@
+#pragma once
+// The per-message passes over a MessageFile. Each is a plain function that
+// returns what it found; AnalyseMessageFile copies the results into the
+// MailItem. Positions are file offsets; "lengths" of lines are UTF-16 units.
+
+#include "MessageFile.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QVector>
+
+// One multipart boundary and the delimiter lines found for it.
+struct BoundaryLevel {
+    QString boundary;
+    qint64 declaredAt = 0;     // position right after the line that declared it
+    QVector<qint64> positions; // position right after each delimiter line
+    QVector<int> lengths;      // length of each delimiter line
+    bool closed = false;       // the last entry is the closing line (or the trailer line)
+};
+
+// Boundary declarations (at most three, in file order) and, for each, its
+// delimiter lines. One forward walk from the start of the file.
+QVector<BoundaryLevel> ScanBoundaries(MessageFile& file);
+
+// Text bodies of a message.
+struct TextBodies {
+    bool hasPlain = false, hasHtml = false, hasEncoding = false;
+    QByteArray plainCharset, htmlCharset, encoding; // Latin-1
+    qint64 plainStart = 0, plainEnd = 0, htmlStart = 0, htmlEnd = 0;
+};
+
+// Charset, transfer encoding and range of every text/plain and text/html
+// part of the levels; the last one of each kind in walk order wins.
+TextBodies FindTextBodies(MessageFile& file, const QVector<BoundaryLevel>& levels);
+// For a message without any boundary: the top-level body when the message is
+// text/plain, text/html or has no Content-Type at all.
+TextBodies FindSinglePartBody(MessageFile& file);
+
+// Attachment of a message.
+struct FoundAttachment {
+    qint64 start = 0;
+    qint64 end = 0;
+    QString name;
+    QString partFile; // detached .emlxpart, or empty
+};
+
+// The .emlxpart files that may belong to a partial message, in list order.
+QStringList PartFileCandidates(const QString& messagePath, const QList<QString>& partFiles);
+// Attachments of all levels, innermost level first. For a partial message
+// (path contains ".partial.emlx") detached parts are paired with partFiles.
+QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<BoundaryLevel>& levels,
+                                         const QString& messagePath,
+                                         const QList<QString>& partFiles);
+
+// The header fields shown for a message, as read (before date formatting).
+struct HeaderFields {
+    QString from, to, subject, date, priority;
+    bool dateFound = false;
+};
+HeaderFields ReadHeaderFields(MessageFile& file);
+
+// Decodes the encoded words of a header text starting at its first "=?".
+// lowerCaseEncodings also accepts "q" and "b".
+QString DecodeEncodedWords(const QString& text, bool lowerCaseEncodings);
+// Reformats a Date value as "dd Mon yyyy hh:mm:ss AM"; empty when no known
+// layout matches.
+QByteArray FormatMailDate(const QString& dateValue);
+// Number of the first character of an X-Priority value (0 when no digit).
+int PriorityValue(const QString& priorityValue);
