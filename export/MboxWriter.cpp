@@ -1,0 +1,494 @@
+#include "MboxWriter.h"
+
+#include <QIODevice>
+
+#include <algorithm>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace MboxWriter {
+namespace {
+
+// Two lines of the property list that follows the message in an .emlx file.
+const char kXmlMarker[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+const char kDoctypeMarker[] = "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST ";
+constexpr int kXmlMarkerLen = sizeof(kXmlMarker) - 1;
+constexpr int kDoctypeMarkerLen = sizeof(kDoctypeMarker) - 1;
+constexpr int kLongestMarker = std::max(kXmlMarkerLen, kDoctypeMarkerLen);
+
+const char kPartHeader[] = "X-Apple-Content-Length: ";
+constexpr int kPartHeaderLen = sizeof(kPartHeader) - 1;
+const char kBom[] = "\xEF\xBB\xBF";
+constexpr int kHeadLen = 32; // longer than every prefix the copy looks at
+
+bool HasMarkerAt(const char* p, qint64 left) {
+    return (left >= kXmlMarkerLen && memcmp(p, kXmlMarker, kXmlMarkerLen) == 0) ||
+           (left >= kDoctypeMarkerLen && memcmp(p, kDoctypeMarker, kDoctypeMarkerLen) == 0);
+}
+
+bool ContainsMarker(const char* data, qint64 size) {
+    const char* end = data + size;
+    for (const char* p = data; p < end;) {
+        p = static_cast<const char*>(memchr(p, '<', size_t(end - p)));
+        if (!p)
+            return false;
+        if (HasMarkerAt(p, end - p))
+            return true;
+        ++p;
+    }
+    return false;
+}
+
+bool IsAscii(const char* data, qint64 size) {
+    unsigned char any = 0;
+    for (qint64 i = 0; i < size; ++i)
+        any |= static_cast<unsigned char>(data[i]);
+    return any < 0x80;
+}
+
+// Buffered output; write errors are not looked at (nothing could be done
+// about them half-way through a message).
+class Sink {
+public:
+    Sink(QIODevice& device, int chunk) : m_device(device), m_limit(chunk) {
+        m_buffer.reserve(chunk + 64);
+    }
+    ~Sink() { flush(); }
+    void append(const char* data, qint64 size) {
+        if (m_buffer.size() + size > m_limit) {
+            flush();
+            if (size > m_limit) {
+                m_device.write(data, size);
+                return;
+            }
+        }
+        m_buffer.append(data, int(size));
+    }
+    void append(const QByteArray& bytes) { append(bytes.constData(), bytes.size()); }
+    void append(char c) { append(&c, 1); }
+    void flush() {
+        if (!m_buffer.isEmpty())
+            m_device.write(m_buffer);
+        m_buffer.clear();
+    }
+
+private:
+    QIODevice& m_device;
+    QByteArray m_buffer;
+    int m_limit;
+};
+
+// Writes UTF-8 text as Latin-1 ("?" for what Latin-1 cannot hold), exactly as
+// decoding the whole text at once and encoding it again would, although the
+// text arrives in pieces.
+class Latin1Transcoder {
+public:
+    explicit Latin1Transcoder(Sink& sink) : m_sink(sink) {}
+    void add(const char* data, qint64 size) {
+        m_pending.append(data, int(size));
+        // Keep back a multi-byte sequence that the next piece may complete.
+        const int hold = IncompleteTail(m_pending);
+        if (hold < m_pending.size())
+            decode(m_pending.constData(), m_pending.size() - hold);
+        m_pending.remove(0, m_pending.size() - hold);
+    }
+    void finish() {
+        decode(m_pending.constData(), m_pending.size());
+        m_pending.clear();
+    }
+
+private:
+    // Bytes at the end that start a sequence still missing continuation bytes.
+    static int IncompleteTail(const QByteArray& bytes) {
+        const int n = bytes.size();
+        for (int back = 1; back <= 3 && back <= n; ++back) {
+            const auto c = static_cast<unsigned char>(bytes[n - back]);
+            if ((c & 0xC0) == 0x80)
+                continue; // a continuation byte: look further back
+            const int need = c >= 0xF0 && c < 0xF8   ? 4
+                             : c >= 0xE0 && c < 0xF0 ? 3
+                             : c >= 0xC0 && c < 0xE0 ? 2
+                                                     : 1;
+            return need > back ? back : 0;
+        }
+        return 0;
+    }
+    void decode(const char* data, qint64 size) {
+        if (size <= 0)
+            return;
+        if (!m_atStart) {
+            // The decoder drops a byte-order mark only at the start of the
+            // text; one further on stands for U+FEFF, which Latin-1 lacks.
+            while (size >= 3 && memcmp(data, kBom, 3) == 0) {
+                m_sink.append('?');
+                data += 3;
+                size -= 3;
+            }
+        }
+        m_atStart = false;
+        if (IsAscii(data, size))
+            m_sink.append(data, size);
+        else
+            m_sink.append(QString::fromUtf8(data, int(size)).toLatin1());
+    }
+
+    Sink& m_sink;
+    QByteArray m_pending;
+    bool m_atStart = true;
+};
+
+// What the copy needs to know about one line.
+struct Line {
+    qint64 start = 0;           // file position of its first byte
+    qint64 end = 0;             // file position after it
+    qint64 contentEnd = 0;      // end of its text: the first NUL, or the line end
+                                // without "\n" (and without a "\r" right before it)
+    bool newline = false;       // the text ends with "\n" (no NUL came before it)
+    bool bom = false;           // the text starts with a UTF-8 byte-order mark
+    bool marker = false;        // the text contains a trailer marker
+    const char* data = nullptr; // the whole line, when it fits in the buffer
+    char head[kHeadLen];        // the text's first bytes after a byte-order mark
+    int headLen = 0;
+
+    qint64 textSize() const { return contentEnd - start - (bom ? 3 : 0); }
+    // The decoded text holds no character at all.
+    bool isEmpty() const { return textSize() == 0 && !newline; }
+    // The decoded text is exactly "\n".
+    bool isBlank() const { return textSize() == 0 && newline; }
+    bool startsWith(const char* prefix, int len) const {
+        return headLen >= len && memcmp(head, prefix, size_t(len)) == 0;
+    }
+};
+
+class LineReader {
+public:
+    LineReader(QIODevice& device, int chunk)
+        : m_device(device), m_capacity(std::max(chunk, kMinimumChunk)) {
+        m_buffer.resize(m_capacity);
+        m_bufferPos = device.pos();
+    }
+
+    // Reads the next line; false at the end of the file.
+    bool next(Line& line) {
+        for (;;) {
+            const char* base = m_buffer.constData();
+            const char* nl =
+                static_cast<const char*>(memchr(base + m_pos, '\n', size_t(m_end - m_pos)));
+            if (nl || (m_eof && m_pos < m_end)) {
+                const qint64 size = nl ? nl + 1 - (base + m_pos) : m_end - m_pos;
+                describeBuffered(line, base + m_pos, size);
+                m_pos += int(size);
+                return true;
+            }
+            if (m_eof)
+                return false;
+            if (m_pos == 0 && m_end == m_capacity) {
+                describeLong(line);
+                return true;
+            }
+            fill();
+        }
+    }
+
+    // Copies the line's text [start + skip, contentEnd) to `out` (a functor
+    // taking a data pointer and a size). Lines that did not fit in the buffer
+    // are read again from the file.
+    template <class Out> bool copyText(const Line& line, qint64 skip, Out&& out) {
+        const qint64 size = line.contentEnd - line.start - skip;
+        if (line.data) {
+            out(line.data + skip, size);
+            return true;
+        }
+        if (!m_device.seek(line.start + skip))
+            return false;
+        qint64 left = size;
+        while (left > 0) {
+            const qint64 got = m_device.read(m_buffer.data(), std::min<qint64>(left, m_capacity));
+            if (got <= 0)
+                break;
+            out(m_buffer.constData(), got);
+            left -= got;
+        }
+        // Go on after the line.
+        m_pos = m_end = 0;
+        m_eof = false;
+        m_bufferPos = line.end;
+        return m_device.seek(line.end);
+    }
+
+private:
+    void fill() {
+        if (m_pos > 0) {
+            memmove(m_buffer.data(), m_buffer.constData() + m_pos, size_t(m_end - m_pos));
+            m_bufferPos += m_pos;
+            m_end -= m_pos;
+            m_pos = 0;
+        }
+        const qint64 got = m_device.read(m_buffer.data() + m_end, m_capacity - m_end);
+        if (got <= 0)
+            m_eof = true;
+        else
+            m_end += int(got);
+    }
+
+    static void setHead(Line& line, const char* text, qint64 textSize) {
+        line.bom = textSize >= 3 && memcmp(text, kBom, 3) == 0;
+        if (line.bom) {
+            text += 3;
+            textSize -= 3;
+        }
+        line.headLen = int(std::min<qint64>(textSize, kHeadLen));
+        memcpy(line.head, text, size_t(line.headLen));
+    }
+
+    void describeBuffered(Line& line, const char* data, qint64 size) {
+        line.start = m_bufferPos + m_pos;
+        line.end = line.start + size;
+        line.data = data;
+        const char* nul = static_cast<const char*>(memchr(data, '\0', size_t(size)));
+        qint64 textSize;
+        if (nul) {
+            textSize = nul - data;
+            line.newline = false;
+        } else if (data[size - 1] == '\n') {
+            textSize = size - 1;
+            if (textSize > 0 && data[textSize - 1] == '\r')
+                --textSize;
+            line.newline = true;
+        } else {
+            textSize = size;
+            line.newline = false;
+        }
+        line.contentEnd = line.start + textSize;
+        setHead(line, data, textSize);
+        line.marker = ContainsMarker(data, textSize);
+    }
+
+    // A line longer than the buffer: read on to its end, keeping only what
+    // the decisions need.
+    void describeLong(Line& line) {
+        line.start = m_bufferPos;
+        line.data = nullptr;
+        line.marker = false;
+        qint64 nulAt = -1;
+        bool crBeforeNewline = false;
+        bool sawNewline = false;
+        char prevLast = 0;
+        char carry[kLongestMarker * 2];
+        int carryLen = 0;
+        bool first = true;
+        for (;;) {
+            const char* seg = m_buffer.constData() + m_pos;
+            const qint64 segSize = m_end - m_pos;
+            const char* nl = static_cast<const char*>(memchr(seg, '\n', size_t(segSize)));
+            const qint64 bodySize = nl ? nl - seg : segSize;
+            if (nulAt < 0) {
+                const char* nul = static_cast<const char*>(memchr(seg, '\0', size_t(bodySize)));
+                const qint64 textSize = nul ? nul - seg : bodySize;
+                if (first)
+                    setHead(line, seg, textSize);
+                if (!line.marker)
+                    line.marker = markerAcross(carry, carryLen, seg, textSize);
+                if (nul)
+                    nulAt = m_bufferPos + m_pos + textSize;
+            }
+            first = false;
+            if (nl) {
+                crBeforeNewline = bodySize > 0 ? seg[bodySize - 1] == '\r' : prevLast == '\r';
+                line.end = m_bufferPos + m_pos + bodySize + 1;
+                m_pos += int(bodySize + 1);
+                sawNewline = true;
+                break;
+            }
+            if (segSize > 0)
+                prevLast = seg[segSize - 1];
+            m_pos = m_end;
+            fill();
+            if (m_eof && m_pos == m_end) {
+                line.end = m_bufferPos + m_end;
+                break;
+            }
+        }
+        if (nulAt >= 0) {
+            line.contentEnd = nulAt;
+            line.newline = false;
+        } else if (sawNewline) {
+            line.contentEnd = line.end - 1 - (crBeforeNewline ? 1 : 0);
+            line.newline = true;
+        } else {
+            line.contentEnd = line.end;
+            line.newline = false;
+        }
+    }
+
+    // Searches a marker in `data`, including one that began in the bytes kept
+    // from earlier pieces; keeps the last bytes for the next piece.
+    static bool markerAcross(char* carry, int& carryLen, const char* data, qint64 size) {
+        bool found = false;
+        if (carryLen > 0) {
+            const int take = int(std::min<qint64>(size, kLongestMarker - 1));
+            memcpy(carry + carryLen, data, size_t(take));
+            found = ContainsMarker(carry, carryLen + take);
+        }
+        found = found || ContainsMarker(data, size);
+        // Keep the last (longest marker - 1) bytes seen.
+        const int keep = kLongestMarker - 1;
+        if (size >= keep) {
+            memcpy(carry, data + size - keep, size_t(keep));
+            carryLen = keep;
+        } else {
+            const int total = carryLen + int(size);
+            const int drop = std::max(0, total - keep);
+            memmove(carry, carry + drop, size_t(carryLen - drop));
+            memcpy(carry + carryLen - drop, data, size_t(size));
+            carryLen = total - drop;
+        }
+        return found;
+    }
+
+    QIODevice& m_device;
+    QByteArray m_buffer;
+    int m_capacity;
+    int m_pos = 0;
+    int m_end = 0;
+    qint64 m_bufferPos = 0; // file position of m_buffer[0]
+    bool m_eof = false;
+};
+
+// The byte count on the first line: the decoded text, trimmed, as an
+// unsigned decimal number; anything else gives 0.
+quint64 ByteCount(LineReader& reader) {
+    Line line;
+    if (!reader.next(line))
+        return 0;
+    if (!line.data)
+        return 0; // longer than a chunk: no number
+    return QString::fromUtf8(line.data, int(line.contentEnd - line.start)).trimmed().toULongLong();
+}
+
+// Writes a message line's text as Latin-1, with ">" in front when asked.
+void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
+    if (escape)
+        sink.append('>');
+    if (line.data) {
+        const qint64 size = line.contentEnd - line.start;
+        if (IsAscii(line.data, size)) {
+            sink.append(line.data, size);
+            if (line.newline)
+                sink.append('\n');
+        } else {
+            // Decoded whole, with its "\n", as the line model does.
+            QByteArray text(line.data, int(size));
+            if (line.newline)
+                text.append('\n');
+            sink.append(QString::fromUtf8(text).toLatin1());
+        }
+        return;
+    }
+    Latin1Transcoder transcoder(sink);
+    reader.copyText(line, 0, [&](const char* d, qint64 n) { transcoder.add(d, n); });
+    if (line.newline)
+        transcoder.add("\n", 1);
+    transcoder.finish();
+}
+
+// Copies a detached part file: every line's bytes up to its first NUL, with
+// "\r\n" read as "\n".
+bool CopyPartFile(const QString& path, Sink& sink, int chunk) {
+    QFile part;
+    if (!OpenForReading(part, path))
+        return false;
+    LineReader reader(part, chunk);
+    Line line;
+    while (reader.next(line)) {
+        if (!reader.copyText(line, 0, [&](const char* d, qint64 n) { sink.append(d, n); }))
+            break;
+        if (line.newline)
+            sink.append('\n');
+    }
+    return true;
+}
+
+} // namespace
+
+CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
+                        const QStringList& partFiles, int chunk) {
+    Sink sink(mbox, std::max(chunk, kMinimumChunk));
+    sink.append(Separator());
+    LineReader reader(message, chunk);
+    const quint64 count = ByteCount(reader);
+    int partIndex = 0;
+    Line line;
+    while (reader.next(line)) {
+        const bool escape = line.startsWith("From ", 5);
+        if (!escape && line.isEmpty())
+            continue;
+        if (line.marker) {
+            // A trailer line; inside the message (before the byte count is
+            // reached) it is dropped and the copy goes on.
+            if (quint64(line.end) > count)
+                break;
+            continue;
+        }
+        if (partial && !escape && line.startsWith(kPartHeader, kPartHeaderLen)) {
+            // Drop the rest of this part's header block, up to its blank line.
+            bool blank = false;
+            while (reader.next(line)) {
+                if (line.isBlank()) {
+                    blank = true;
+                    break;
+                }
+            }
+            if (partIndex < partFiles.size()) {
+                sink.append('\n');
+                if (!CopyPartFile(partFiles.at(partIndex), sink, chunk))
+                    return CopyResult::PartFileFailed;
+                sink.append('\n');
+            }
+            ++partIndex;
+            if (blank)
+                sink.append('\n');
+            continue;
+        }
+        WriteText(reader, line, escape, sink);
+    }
+    return CopyResult::Complete;
+}
+
+QStringList PartFilesFor(const QString& messagePath, const QStringList& allParts) {
+    QString key = messagePath;
+    key.remove(QStringLiteral("partial.emlx"), Qt::CaseSensitive);
+    QStringList parts;
+    for (const QString& p : allParts)
+        if (p.contains(key, Qt::CaseSensitive))
+            parts.append(p);
+    return parts;
+}
+
+bool OpenForReading(QFile& file, const QString& path) {
+    const int fd = ::open(path.toUtf8().constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    if (!file.open(fd, QIODevice::ReadOnly | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle)) {
+        ::close(fd);
+        return false;
+    }
+    return true;
+}
+
+bool OpenForAppend(QFile& file, const QString& path) {
+    const int fd =
+        ::open(path.toUtf8().constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    if (!file.open(fd, QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered,
+                   QFileDevice::AutoCloseHandle)) {
+        ::close(fd);
+        return false;
+    }
+    return true;
+}
+
+} // namespace MboxWriter

@@ -1,0 +1,51 @@
+#pragma once
+// Copies Apple Mail message files into mbox text.
+//
+// A message file is read as lines, the way a text-mode line reader sees it:
+// each line ends after its "\n", a carriage return right before that "\n" is
+// dropped, and the line's text is its bytes decoded as UTF-8 up to the first
+// NUL byte. The copy works in bounded chunks, so a line of any length (a file
+// without a single "\n") takes no more memory than one chunk; a line longer
+// than a chunk is read twice (once to decide, once to copy) and gives the same
+// bytes as the line model.
+
+#include <QByteArray>
+#include <QFile>
+#include <QString>
+#include <QStringList>
+
+class QIODevice;
+
+namespace MboxWriter {
+
+constexpr int kDefaultChunk = 64 * 1024;
+constexpr int kMinimumChunk = 64;
+
+// The line that starts every message in the mbox file (20 bytes).
+inline QByteArray Separator() {
+    return QByteArrayLiteral("From - &&&&&@@@####\n");
+}
+
+enum class CopyResult {
+    Complete,       // the message was copied
+    PartFileFailed, // a detached part file could not be opened; the copy stopped there
+};
+
+// Writes one message to mbox: the separator, then every line after the byte
+// count line with "From " escaped, up to the trailer. `message` is read from
+// its current position (its start). When `partial` is set, each
+// "X-Apple-Content-Length: " header is replaced by the body held in the next
+// file of `partFiles`. `chunk` is the read size (tests use small ones).
+CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
+                        const QStringList& partFiles, int chunk = kDefaultChunk);
+
+// The detached part files of a partial message: every entry of `allParts`
+// that contains the message path without "partial.emlx", in list order.
+QStringList PartFilesFor(const QString& messagePath, const QStringList& allParts);
+
+// Open files by their UTF-8 names (unbuffered; the writer buffers itself).
+bool OpenForReading(QFile& file, const QString& path);
+// Creates the file when it is missing and appends to it.
+bool OpenForAppend(QFile& file, const QString& path);
+
+} // namespace MboxWriter

@@ -1,0 +1,76 @@
+// Where a message goes inside the package: the mailbox folder of the message
+// file becomes a folder of the plain name holding "<name>.mbox".
+#include "PathMapping.h"
+#include "Globals.h"
+#include "ScaningThread.h"
+
+#include <QDir>
+
+#include <cstring>
+#include <fcntl.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+const char* FinderInfoAttributeName() {
+#ifdef Q_OS_MACOS
+    return "com.apple.FinderInfo";
+#else
+    // Linux keeps attributes of other systems in the user name space.
+    return "user.com.apple.FinderInfo";
+#endif
+}
+
+bool SetFinderTypeAndCreator(const QString& path, const char* type, const char* creator) {
+    char info[32] = {};
+    memcpy(info, type, 4);
+    memcpy(info + 4, creator, 4);
+    const QByteArray name = path.toUtf8();
+#ifdef Q_OS_MACOS
+    return setxattr(name.constData(), FinderInfoAttributeName(), info, sizeof info, 0, 0) == 0;
+#else
+    return setxattr(name.constData(), FinderInfoAttributeName(), info, sizeof info, 0) == 0;
+#endif
+}
+
+QString ScaningThread::PathExtractor(QString packagePath, QString messagePath) {
+    // The mailbox directory that holds the message; with several kinds in
+    // one path the later test wins, wherever the kinds lie.
+    QString base;
+    for (const char* kind : {".mbox/", ".imapmbox/", ".ewsmbox/"}) {
+        const int at = messagePath.lastIndexOf(QLatin1String(kind));
+        if (at >= 0)
+            base = messagePath.left(at);
+    }
+    const QString name = base.mid(base.lastIndexOf(QLatin1Char('/')) + 1);
+    QString folder = base + QLatin1Char('/');
+    const QString fileName = name + QStringLiteral(".mbox");
+    const QString mbox = QStringLiteral(".mbox");
+
+    QString result = packagePath;
+    if (m_strInputfilepath.startsWith(base)) {
+        // The chosen store is the mailbox itself or lies inside it.
+        QString rest = m_strInputfilepath;
+        rest.remove(base, Qt::CaseSensitive);
+        rest.remove(mbox, Qt::CaseSensitive);
+        result += QStringLiteral("/Mail") + rest + QLatin1Char('/') + fileName;
+        result.remove(mbox, Qt::CaseSensitive);
+        result += QLatin1Char('/');
+    } else if (folder.startsWith(m_strInputfilepath)) {
+        // The mailbox lies below the store: its parents lose their suffix.
+        folder.remove(m_strInputfilepath, Qt::CaseSensitive);
+        folder.remove(mbox, Qt::CaseSensitive);
+        result += QStringLiteral("/Mail") + folder;
+    }
+    QDir().mkpath(result);
+    result += fileName;
+
+    // A new mbox file is created empty and typed; an existing one keeps its
+    // content and its Finder information.
+    const int fd =
+        ::open(result.toUtf8().constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0) {
+        ::close(fd);
+        SetFinderTypeAndCreator(result, "MBOX", "OPIM");
+    }
+    return result;
+}
