@@ -185,9 +185,9 @@ def build():
     write(WORK, "21.emlx", hdr([
         "From: =?iso-8859-1?Q?Ren=E9e_Dubois?= <renee.dubois@example.com>",
         "To: Work Team <team@example.com>",
+        "X-Priority: 1 (Highest)",
         "Subject: =?iso-8859-1?Q?R=E9union_d'=E9quipe_lundi?=",
         "Date: Tue, 05 Mar 2013 14:07:09 +0530",
-        "X-Priority: 1 (Highest)",
         "Mime-Version: 1.0 (Apple Message framework v1283)",
         "Content-Type: multipart/alternative;",
         "\tboundary=\"Apple-Mail=_C21\"",
@@ -552,9 +552,9 @@ def build():
     write(EWS, "52.emlx", hdr([
         "From: Accounts <accounts@exchange.example.com>",
         "To: anna@mail.example.org",
+        "X-Priority: 2",
         "Subject: Invoice 2024-117",
         "Date: Wed, 10 Apr 2013 15:16:17 +0000",
-        "X-Priority: 1",
         "Mime-Version: 1.0",
         "Content-Type: multipart/mixed;",
         "\tboundary=\"_mixed52_\"",
