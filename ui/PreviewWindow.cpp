@@ -67,9 +67,7 @@ void ShowElided(QTextEdit* field, const QString& fullText, const QFontMetrics& m
 } // namespace
 
 PreviewWindow::PreviewWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui::MainWindowUi) {
-#ifdef PELLOMAR_HAVE_IMAGES
     Q_INIT_RESOURCE(images);
-#endif
     ui->setupUi(this);
     pPreviewWindow = this;
     pMainWindow = this;
