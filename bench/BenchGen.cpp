@@ -1,0 +1,248 @@
+// Benchmark helper.
+//   pellomar-benchgen generate DIR N   writes a store of N messages into DIR,
+//                                      the same bytes on every run
+//   pellomar-benchgen measure OUT CMD [ARGS...]
+//                                      runs CMD with stdout sent to OUT and
+//                                      prints "seconds maxrss_kb exit_code"
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// splitmix64: small, fast and the same everywhere.
+struct Random {
+    uint64_t state;
+    uint64_t next() {
+        uint64_t z = (state += 0x9e3779b97f4a7c15ULL);
+        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+        return z ^ (z >> 31);
+    }
+    uint64_t below(uint64_t n) { return n ? next() % n : 0; }
+    uint64_t between(uint64_t lo, uint64_t hi) { return lo + below(hi - lo + 1); }
+};
+
+const char* const kWords[] = {
+    "project", "meeting", "report", "budget",  "review", "draft",  "release", "schedule",
+    "team",    "update",  "client", "invoice", "design", "server", "backup",  "holiday",
+    "the",     "and",     "for",    "with",    "about",  "next",   "week",    "please",
+    "thanks",  "regards", "über",   "café",    "naïve",  "déjà",   "señor",   "smörgåsbord"};
+const char* const kPeople[] = {"Anna Lindqvist", "Tom Okafor", "Priya Raman", "Lea Moreau",
+                               "Marek Novak",    "Sato Yui",   "Kim Minjun",  "Bob Hartmann"};
+const char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+std::string Words(Random& r, size_t bytes, bool html) {
+    std::string out;
+    out.reserve(bytes + 100);
+    size_t line = 0;
+    while (out.size() < bytes) {
+        const char* w = kWords[r.below(sizeof kWords / sizeof *kWords)];
+        out += w;
+        line += strlen(w) + 1;
+        if (line > 68) {
+            out += html ? "<br>\n" : "\n";
+            line = 0;
+        } else {
+            out += ' ';
+        }
+    }
+    out += "\n";
+    return out;
+}
+
+void Base64Lines(Random& r, size_t bytes, std::string& out) {
+    const size_t chars = (bytes + 2) / 3 * 4;
+    out.reserve(out.size() + chars + chars / 76 + 2);
+    uint64_t bits = 0;
+    int left = 0;
+    size_t column = 0;
+    for (size_t i = 0; i < chars; ++i) {
+        if (left == 0) {
+            bits = r.next();
+            left = 8;
+        }
+        out += kBase64[bits & 63];
+        bits >>= 8;
+        --left;
+        if (++column == 76) {
+            out += '\n';
+            column = 0;
+        }
+    }
+    if (column)
+        out += '\n';
+}
+
+const char kTrailer[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n<dict>\n\t<key>flags</key>\n\t<integer>8590195713</integer>\n"
+    "</dict>\n</plist>\n";
+
+bool WriteAll(const fs::path& path, const std::string& a, const std::string& b = {},
+              const std::string& c = {}) {
+    FILE* f = fopen(path.c_str(), "wb");
+    if (!f)
+        return false;
+    bool ok = fwrite(a.data(), 1, a.size(), f) == a.size() &&
+              fwrite(b.data(), 1, b.size(), f) == b.size() &&
+              fwrite(c.data(), 1, c.size(), f) == c.size();
+    return fclose(f) == 0 && ok;
+}
+
+std::vector<std::string> Folders() {
+    std::vector<std::string> f;
+    for (const char* name : {"Inbox", "Archive", "Work", "Family", "Receipts", "Travel"}) {
+        f.push_back(std::string("V2/Mailboxes/") + name + ".mbox/Messages");
+        f.push_back(std::string("V2/Mailboxes/") + name + ".mbox/2013.mbox/Messages");
+    }
+    int data = 0;
+    for (const char* name :
+         {"INBOX", "Sent Messages", "Drafts", "Projects.mbox/Alpha", "Projects.mbox/Beta"})
+        f.push_back(std::string("V2/IMAP-anna@mail.example.org/") + name +
+                    ".mbox/8A1C0F52-33D4-4B7E-9E61-0C2B7D5A9F13/Data/" + std::to_string(data++) +
+                    "/Messages");
+    f.push_back("V2/EWS-bob@exchange.example.com/Inbox.ewsmbox/Messages");
+    f.push_back("V2/EWS-bob@exchange.example.com/Deleted Items.ewsmbox/Messages");
+    return f;
+}
+
+int Generate(const fs::path& dir, uint64_t count) {
+    const std::vector<std::string> folders = Folders();
+    Random r{20260301};
+    uint64_t bytes = 0;
+    for (uint64_t i = 0; i < count; ++i) {
+        const std::string& folder = folders[i * folders.size() / count];
+        const fs::path messages = dir / folder;
+        std::error_code ec;
+        fs::create_directories(messages, ec);
+        if (ec) {
+            fprintf(stderr, "cannot create %s: %s\n", messages.c_str(), ec.message().c_str());
+            return 1;
+        }
+        const uint64_t number = 1000 + i;
+        const uint64_t kind = r.below(1000);
+        // 93 % text only, 6.9 % with a 100 KB - 1 MB attachment, 0.1 % with 2 - 6 MB;
+        // one in five messages with an attachment keeps it in an .emlxpart file.
+        const size_t attachment = kind < 930   ? 0
+                                  : kind < 999 ? r.between(100 << 10, 1 << 20)
+                                               : r.between(2 << 20, 6 << 20);
+        const bool partial = attachment && r.below(5) == 0;
+        const bool html = r.below(2) == 0;
+        const char* from = kPeople[r.below(8)];
+        const char* to = kPeople[r.below(8)];
+
+        std::string m;
+        m += "From: ";
+        m += from;
+        m += " <sender" + std::to_string(r.below(50)) + "@example.org>\n";
+        m += "To: ";
+        m += to;
+        m += " <anna@mail.example.org>\n";
+        if (r.below(10) == 0)
+            m += "Subject: =?utf-8?Q?R=C3=A9sum=C3=A9_" + std::to_string(number) + "?=\n";
+        else
+            m += "Subject: " + Words(r, 30, false); // one short line, ends in "\n"
+        m += "Date: Tue, " + std::to_string(1 + r.below(28)) + " Mar 2013 " +
+             std::to_string(10 + r.below(12)) + ":0" + std::to_string(r.below(10)) + ":1" +
+             std::to_string(r.below(10)) + " +0100\n";
+        m += "Message-Id: <" + std::to_string(number) + "@example.org>\n";
+        m += "Mime-Version: 1.0 (Apple Message framework v1283)\n";
+        m += "Content-Type: multipart/mixed; boundary=\"Apple-Mail=_M" + std::to_string(number) +
+             "\"\n\n\n";
+        const std::string mixed = "--Apple-Mail=_M" + std::to_string(number);
+        const std::string alt = "--Apple-Mail=_A" + std::to_string(number);
+        const size_t textSize = r.between(2 << 10, 20 << 10);
+        m += mixed + "\nContent-Type: multipart/alternative;\n\tboundary=\"Apple-Mail=_A" +
+             std::to_string(number) + "\"\n\n\n";
+        m += alt +
+             "\nContent-Transfer-Encoding: 8bit\nContent-Type: text/plain;\n\tcharset=utf-8\n\n";
+        m += Words(r, html ? textSize / 2 : textSize, false);
+        if (html) {
+            m += "\n" + alt +
+                 "\nContent-Transfer-Encoding: 8bit\nContent-Type: text/html;\n\tcharset=utf-8\n\n"
+                 "<html><body>\n";
+            m += Words(r, textSize / 2, true);
+            m += "</body></html>\n";
+        }
+        m += "\n" + alt + "--\n";
+        std::string part;
+        if (attachment) {
+            const std::string name = "file" + std::to_string(number) + ".pdf";
+            m += "\n" + mixed + "\nContent-Disposition: attachment;\n\tfilename=" + name +
+                 "\nContent-Type: application/pdf;\n\tname=\"" + name +
+                 "\"\nContent-Transfer-Encoding: base64\n";
+            Base64Lines(r, attachment, part);
+            if (partial) {
+                m += "X-Apple-Content-Length: " + std::to_string(part.size()) + "\n\n\n";
+            } else {
+                m += "\n";
+                m += part;
+                part.clear();
+            }
+        }
+        m += "\n" + mixed + "--\n";
+        const std::string name = std::to_string(number) + (partial ? ".partial.emlx" : ".emlx");
+        if (!WriteAll(messages / name, std::to_string(m.size()) + "\n", m, kTrailer))
+            return 1;
+        bytes += m.size() + sizeof kTrailer;
+        if (partial) {
+            if (!WriteAll(messages / (std::to_string(number) + ".2.emlxpart"), part))
+                return 1;
+            bytes += part.size();
+        }
+    }
+    printf("%llu messages, %.1f MB\n", static_cast<unsigned long long>(count), bytes / 1e6);
+    return 0;
+}
+
+int Measure(const char* out, char** argv) {
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t pid = fork();
+    if (pid < 0)
+        return perror("fork"), 1;
+    if (pid == 0) {
+        const int fd = open(out, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (fd < 0 || dup2(fd, STDOUT_FILENO) < 0)
+            _exit(127);
+        close(fd);
+        execvp(argv[0], argv);
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    while (wait4(pid, &status, 0, &usage) < 0)
+        if (errno != EINTR)
+            return perror("wait4"), 1;
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    printf("%.3f %ld %d\n", seconds, usage.ru_maxrss,
+           WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 4 && strcmp(argv[1], "generate") == 0)
+        return Generate(argv[2], strtoull(argv[3], nullptr, 10));
+    if (argc >= 4 && strcmp(argv[1], "measure") == 0)
+        return Measure(argv[2], argv + 3);
+    fprintf(stderr, "usage: %s generate DIR N | measure OUT CMD [ARGS...]\n", argv[0]);
+    return 2;
+}
