@@ -1,4 +1,5 @@
 // Quoted-printable bytes and RFC 2047 attachment names.
+#include "MimePasses.h"
 #include "ScaningThread.h"
 
 #include <QTextCodec>
@@ -22,9 +23,7 @@ QString DecodeNameWord(const QString& charset, const QString& encoding, const QS
         const QByteArray bytes = ScaningThread::QDecode(text);
         if (charset.isEmpty())
             return QString::fromUtf8(bytes);
-        const QString name =
-            charset == QLatin1String("ks_c_5601-1987") ? QStringLiteral("cp949") : charset;
-        QTextCodec* codec = QTextCodec::codecForName(name.toLatin1());
+        QTextCodec* codec = CodecForCharset(charset);
         // A charset without a codec: one character per byte.
         return codec ? codec->toUnicode(bytes) : QString::fromLatin1(bytes);
     }
@@ -36,6 +35,19 @@ QString DecodeNameWord(const QString& charset, const QString& encoding, const QS
 }
 
 } // namespace
+
+QTextCodec* CodecForCharset(const QString& charset) {
+    if (charset.isEmpty())
+        return nullptr;
+    if (charset == QLatin1String("ks_c_5601-1987")) {
+        // Korean mail names its code page ks_c_5601-1987; it is read as cp949,
+        // which some Qt builds only know as windows-949.
+        if (QTextCodec* codec = QTextCodec::codecForName("cp949"))
+            return codec;
+        return QTextCodec::codecForName("windows-949");
+    }
+    return QTextCodec::codecForName(charset.toLatin1());
+}
 
 QByteArray ScaningThread::QDecode(const QString& text) {
     QByteArray out;

@@ -13,14 +13,6 @@
 
 namespace {
 
-QTextCodec* CodecFor(const QString& charset) {
-    if (charset.isEmpty())
-        return nullptr;
-    const QString name =
-        charset == QLatin1String("ks_c_5601-1987") ? QStringLiteral("cp949") : charset;
-    return QTextCodec::codecForName(name.toLatin1());
-}
-
 // Decodes the text of one encoded word. A null string when the encoding is
 // not one this program knows.
 QString DecodeWordText(const QString& charset, const QString& encoding, const QString& text,
@@ -33,7 +25,7 @@ QString DecodeWordText(const QString& charset, const QString& encoding, const QS
     else
         return QString();
     // An empty or unknown charset reads the bytes as UTF-8.
-    QTextCodec* codec = CodecFor(charset);
+    QTextCodec* codec = CodecForCharset(charset);
     QString out = codec ? codec->toUnicode(bytes) : QString::fromUtf8(bytes);
     if (out.isNull())
         out = QLatin1String("");

@@ -60,6 +60,11 @@ struct HeaderFields {
 };
 HeaderFields ReadHeaderFields(MessageFile& file);
 
+class QTextCodec;
+// Codec for a charset name of a mail header; ks_c_5601-1987 is read as
+// cp949. Null when the name is empty or unknown.
+QTextCodec* CodecForCharset(const QString& charset);
+
 // Decodes the encoded words of a header text starting at its first "=?".
 // lowerCaseEncodings also accepts "q" and "b".
 QString DecodeEncodedWords(const QString& text, bool lowerCaseEncodings);

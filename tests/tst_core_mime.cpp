@@ -1,0 +1,254 @@
+// Line model, boundaries, delimiters and the text bodies of messages.
+#include "MessageAnalysis.h"
+#include "MessageFile.h"
+#include "MimePasses.h"
+#include "Records.h"
+#include "TestSupport.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+using TestSupport::Emlx;
+
+class MimeTest : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_dir;
+    int m_count = 0;
+
+    QString Write(const QByteArray& bytes) {
+        const QString path = m_dir.filePath(QStringLiteral("%1.emlx").arg(++m_count));
+        if (!TestSupport::WriteFile(path, bytes))
+            qFatal("cannot write %s", qPrintable(path));
+        return path;
+    }
+
+private slots:
+    void lineModel_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QStringList>("lines"); // "text@next@utf16length"
+        QTest::newRow("empty file") << QByteArray() << QStringList();
+        QTest::newRow("crlf dropped")
+            << QByteArray("a\r\nb\n") << QStringList{"a\n@3@2", "b\n@5@2"};
+        QTest::newRow("lone cr kept") << QByteArray("a\rb\n") << QStringList{"a\rb\n@4@4"};
+        QTest::newRow("last line without lf")
+            << QByteArray("a\nb\r") << QStringList{"a\n@2@2", "b\r@4@2"};
+        QTest::newRow("text stops at nul")
+            << QByteArray("x\0y\nz", 5) << QStringList{"x@4@1", "z@5@1"};
+        QTest::newRow("length in utf-16 units")
+            << QByteArray("\xc3\xa9\xf0\x9f\x98\x80\n") << QStringList{"\u00e9\U0001F600\n@7@4"};
+    }
+    void lineModel() {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QStringList, lines);
+        MessageFile file;
+        QVERIFY(file.Open(Write(bytes)));
+        QStringList got;
+        Line line;
+        while (file.ReadLine(&line))
+            got << QStringLiteral("%1@%2@%3")
+                       .arg(line.Text())
+                       .arg(line.next)
+                       .arg(line.Utf16Length());
+        QCOMPARE(got, lines);
+    }
+
+    void boundaries_data() {
+        QTest::addColumn<QByteArray>("headers");
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("quoted") << QByteArray("Content-Type: multipart/mixed; boundary=\"abc\"\n")
+                                << QStringList{"abc"};
+        QTest::newRow("unquoted") << QByteArray("Content-Type: multipart/mixed; boundary=abc\n")
+                                  << QStringList{"abc"};
+        QTest::newRow("quoted with later parameter")
+            << QByteArray("Content-Type: multipart/mixed; boundary=\"q\"; x=1\n")
+            << QStringList{"\"q\"; x=1"};
+        QTest::newRow("tab continuation")
+            << QByteArray("Content-Type: multipart/alternative;\n\tboundary=\"b1\"\n")
+            << QStringList{"b1"};
+        QTest::newRow("type line first")
+            << QByteArray("Content-Type: multipart/related;\n\ttype=\"text/html\";\n"
+                          "\tboundary=\"x\"\n")
+            << QStringList{"x"};
+        QTest::newRow("blank continuation, semicolon")
+            << QByteArray("Content-Type: multipart/mixed; \n boundary=zz;\n") << QStringList{"zz"};
+        QTest::newRow("unknown opener ending")
+            << QByteArray("Content-Type: multipart/signed;\n\tboundary=\"s\"\n") << QStringList();
+        QTest::newRow("prefix ignores case")
+            << QByteArray("CONTENT-TYPE: MULTIPART/MIXED; boundary=x\n") << QStringList{"x"};
+        QTest::newRow("parameter is case-sensitive")
+            << QByteArray("Content-Type: multipart/mixed; BOUNDARY=x\n") << QStringList();
+        QTest::newRow("fourth ignored") << QByteArray("Content-Type: multipart/mixed; boundary=a\n"
+                                                      "Content-Type: multipart/mixed; boundary=b\n"
+                                                      "Content-Type: multipart/mixed; boundary=c\n"
+                                                      "Content-Type: multipart/mixed; boundary=d\n")
+                                        << QStringList{"a", "b", "c"};
+    }
+    void boundaries() {
+        QFETCH(QByteArray, headers);
+        QFETCH(QStringList, expected);
+        MessageFile file;
+        QVERIFY(file.Open(Write(Emlx(headers + "\nbody\n"))));
+        QStringList got;
+        for (const BoundaryLevel& level : ScanBoundaries(file))
+            got << level.boundary;
+        QCOMPARE(got, expected);
+    }
+
+    // Delimiter lines of one level: count, closed flag and the length of
+    // the last recorded line.
+    void delimiters_data() {
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<int>("count");
+        QTest::addColumn<bool>("closed");
+        QTest::addColumn<int>("lastLength");
+        const QByteArray head = "Content-Type: multipart/mixed; boundary=\"b\"\n\n";
+        QTest::newRow("closed") << Emlx(head + "--b\n\nx\n--b\n\ny\n--b--\n") << 3 << true << 6;
+        QTest::newRow("close with trailing blanks")
+            << Emlx(head + "--b\n\nx\n--b--  \n") << 2 << true << 8;
+        QTest::newRow("no close: trailer line ends the level")
+            << Emlx(head + "--b\n\nx\n") << 2 << true << 39;
+        QTest::newRow("trailer inside a line") << QByteArray("9\n" + head + "--b\n\nx" +
+                                                             "<?xml version=\"1.0\" "
+                                                             "encoding=\"UTF-8\"?>\n--b\n")
+                                               << 2 << true << 40;
+        QTest::newRow("no close, no trailer")
+            << QByteArray("9\n" + head + "--b\n\nx\n--b\n\ny\n") << 2 << false << 4;
+        QTest::newRow("close without lf at end")
+            << QByteArray("9\n" + head + "--b\n\nx\n--b--") << 2 << true << 5;
+        QTest::newRow("delimiter with trailing blank is no delimiter")
+            << Emlx(head + "--b \n\nx\n--b--\n") << 1 << true << 6;
+        QTest::newRow("crlf") << Emlx(QByteArray(head + "--b\n\nx\n--b--\n").replace("\n", "\r\n"))
+                              << 2 << true << 6;
+    }
+    void delimiters() {
+        QFETCH(QByteArray, file);
+        QFETCH(int, count);
+        QFETCH(bool, closed);
+        QFETCH(int, lastLength);
+        MessageFile f;
+        QVERIFY(f.Open(Write(file)));
+        const QVector<BoundaryLevel> levels = ScanBoundaries(f);
+        QCOMPARE(levels.size(), 1);
+        QCOMPARE(levels[0].positions.size(), count);
+        QCOMPARE(levels[0].closed, closed);
+        QCOMPARE(levels[0].lengths.last(), lastLength);
+        // Every recorded position lies right after a line.
+        for (qint64 pos : levels[0].positions)
+            QVERIFY(pos == file.size() || file.at(int(pos) - 1) == '\n');
+    }
+
+    // Body ranges are given by markers: the body starts where its marker
+    // starts; it ends where the end marker (searched after it) starts.
+    void textBodies_data() {
+        QTest::addColumn<QByteArray>("message");
+        QTest::addColumn<bool>("crlf");
+        QTest::addColumn<QString>("charsets"); // plain|html|encoding, "-" for none
+        QTest::addColumn<QByteArray>("plainFrom");
+        QTest::addColumn<QByteArray>("plainTo");
+        QTest::addColumn<QByteArray>("htmlFrom");
+        QTest::addColumn<QByteArray>("htmlTo");
+        const QByteArray nested =
+            "From: a@example.org\nContent-Type: multipart/mixed; boundary=\"M\"\n\n"
+            "--M\nContent-Type: multipart/alternative; boundary=\"A\"\n\n"
+            "--A\nContent-Type: text/plain; charset=\"utf-8\"\n"
+            "Content-Transfer-Encoding: quoted-printable\n\nPLAIN\n"
+            "--A\nContent-Type: text/html; charset=iso-8859-1\n"
+            "Content-Transfer-Encoding: base64\n\nHTML\n--A--\n"
+            "--M\nContent-Type: image/png; name=\"a.png\"\nContent-ID: <p>\n\nPNG\n--M--\n";
+        QTest::newRow("alternative inside mixed")
+            << nested << false << "utf-8|iso-8859-1|base64" << QByteArray("PLAIN")
+            << QByteArray("--A\nContent-Type: text/html") << QByteArray("HTML")
+            << QByteArray("--A--");
+        QTest::newRow("crlf file")
+            << nested << true << "utf-8|iso-8859-1|base64" << QByteArray("PLAIN")
+            << QByteArray("--A\r\nContent-Type: text/html") << QByteArray("HTML")
+            << QByteArray("--A--");
+        auto one = [](const QByteArray& typeLines) {
+            return "Content-Type: multipart/mixed; boundary=b\n\n--b\n" + typeLines +
+                   "\nBODY\n--b--\n";
+        };
+        QTest::newRow("format=flowed cut")
+            << one("Content-Type: text/plain; charset=us-ascii; format=flowed\n") << false
+            << "us-ascii|-|" << QByteArray("BODY") << QByteArray("--b--") << QByteArray()
+            << QByteArray();
+        QTest::newRow("semicolon ending")
+            << one("Content-Type: text/plain; charset=utf-8;\n") << false << "utf-8|-|"
+            << QByteArray("BODY") << QByteArray("--b--") << QByteArray() << QByteArray();
+        QTest::newRow("quoted semicolon ending")
+            << one("Content-Type: text/html; charset=\"koi8-r\";\n\tdelsp=yes\n") << false
+            << "-|koi8-r|" << QByteArray() << QByteArray() << QByteArray("BODY")
+            << QByteArray("--b--");
+        QTest::newRow("charset on continuation line")
+            << one("Content-Type: text/plain;\n\tcharset=\"windows-1252\"\n"
+                   "Content-Transfer-Encoding: 8bit\n")
+            << false << "windows-1252|-|8bit" << QByteArray("BODY") << QByteArray("--b--")
+            << QByteArray() << QByteArray();
+        QTest::newRow("prefix ignores case")
+            << one("content-type: TEXT/PLAIN; CHARSET=iso-8859-1\n") << false << "iso-8859-1|-|"
+            << QByteArray("BODY") << QByteArray("--b--") << QByteArray() << QByteArray();
+        QTest::newRow("last text part wins, encoding shared")
+            << QByteArray("Content-Type: multipart/mixed; boundary=b\n\n"
+                          "--b\nContent-Type: text/plain; charset=a\n"
+                          "Content-Transfer-Encoding: 7bit\n\nONE\n"
+                          "--b\nContent-Type: text/html; charset=h\n"
+                          "Content-Transfer-Encoding: base64\n\nH\n"
+                          "--b\nContent-Type: text/plain; charset=c\n"
+                          "Content-Transfer-Encoding: quoted-printable\n\nTWO\n--b--\n")
+            << false << "c|h|quoted-printable" << QByteArray("TWO") << QByteArray("--b--")
+            << QByteArray("H\n") << QByteArray("--b\nContent-Type: text/plain; charset=c");
+        QTest::newRow("unclosed level ends at the trailer")
+            << QByteArray("Content-Type: multipart/mixed; boundary=b\n\n--b\n"
+                          "Content-Type: text/plain; charset=x\n\nBODY\n")
+            << false << "x|-|" << QByteArray("BODY") << QByteArray("<?xml") << QByteArray()
+            << QByteArray();
+        QTest::newRow("single part plain")
+            << QByteArray("Subject: s\nContent-Type: text/plain; charset=\"utf-8\"\n"
+                          "Content-Transfer-Encoding: 8bit\n\nBODY\n")
+            << false << "utf-8|-|8bit" << QByteArray("BODY") << QByteArray("<?xml") << QByteArray()
+            << QByteArray();
+        QTest::newRow("single part without content type")
+            << QByteArray("Subject: s\n\nBODY\n") << false << "|-|" << QByteArray("BODY")
+            << QByteArray("<?xml") << QByteArray() << QByteArray();
+        QTest::newRow("single part html")
+            << QByteArray("Content-Type: text/html\n\nBODY\n") << false << "-||" << QByteArray()
+            << QByteArray() << QByteArray("BODY") << QByteArray("<?xml");
+        QTest::newRow("single part image has no body")
+            << QByteArray("Content-Type: image/png\n\nBODY\n") << false << "-|-|-" << QByteArray()
+            << QByteArray() << QByteArray() << QByteArray();
+    }
+    void textBodies() {
+        QFETCH(QByteArray, message);
+        QFETCH(bool, crlf);
+        QFETCH(QString, charsets);
+        QFETCH(QByteArray, plainFrom);
+        QFETCH(QByteArray, plainTo);
+        QFETCH(QByteArray, htmlFrom);
+        QFETCH(QByteArray, htmlTo);
+        if (crlf)
+            message.replace("\n", "\r\n");
+        const QByteArray file = Emlx(message);
+        MailItem* item = NewMailItem();
+        QVERIFY(AnalyseMessageFile(Write(file), item));
+        auto text = [](const char* s) { return s ? QString::fromLatin1(s) : QStringLiteral("-"); };
+        const QString got = text(item->pPlainCharset) + "|" + text(item->pHtmlCharset) + "|" +
+                            text(item->pTransferEncoding);
+        const qint64 ps = plainFrom.isEmpty() ? 0 : file.indexOf(plainFrom);
+        // A delimiter line's length counts its text, where "\r\n" is one
+        // character: in a CRLF file the end lands one byte into the line.
+        const int shift = crlf ? 1 : 0;
+        const qint64 pe = plainTo.isEmpty() ? 0 : file.indexOf(plainTo, int(ps)) + shift;
+        const qint64 hs = htmlFrom.isEmpty() ? 0 : file.indexOf(htmlFrom);
+        const qint64 he = htmlTo.isEmpty() ? 0 : file.indexOf(htmlTo, int(hs)) + shift;
+        const qint64 plainStart = item->llPlainStart, plainEnd = item->llPlainEnd;
+        const qint64 htmlStart = item->llHtmlStart, htmlEnd = item->llHtmlEnd;
+        FreeMailItem(item);
+        QCOMPARE(got, charsets);
+        QCOMPARE(plainStart, ps);
+        QCOMPARE(plainEnd, pe);
+        QCOMPARE(htmlStart, hs);
+        QCOMPARE(htmlEnd, he);
+    }
+};
+
+QTEST_APPLESS_MAIN(MimeTest)
+#include "tst_core_mime.moc"
