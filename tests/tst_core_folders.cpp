@@ -105,30 +105,6 @@ private slots:
         }
     }
 
-    void emptyFirstPathLeavesRunningFolderAlone() {
-        ScaningThread thread;
-        llParentIdRunning = 777;
-        thread.treeCreator(QString());
-        QCOMPARE(llParentIdRunning, 777ULL);
-        QVERIFY(m_sink.calls.isEmpty());
-        QCOMPARE(PID, 501ULL);
-    }
-
-    void identifiersContinueAfterMapsAreCleared() {
-        ScaningThread thread;
-        thread.treeCreator(QStringLiteral("A/B"));
-        QCOMPARE(llParentIdRunning, 503ULL);
-        // What a new scan does: the maps and records go, the counter stays.
-        objMapName_FID.clear();
-        objMapFID_PID.clear();
-        objMapFID_Name.clear();
-        FreeAllFolderRecords();
-        m_sink.calls.clear();
-        thread.treeCreator(QStringLiteral("A/B"));
-        QCOMPARE(m_sink.calls, (QStringList{"501>504:A", "504>505:B"}));
-        QCOMPARE(llParentIdRunning, 505ULL);
-    }
-
     void getParentIdPrefersTheMostRecentIdentifier() {
         ScaningThread thread;
         objMapName_FID.insert(QStringLiteral("X"), 600);
@@ -145,14 +121,6 @@ private slots:
         QVERIFY(!thread.GetParentId(QStringLiteral("X"), 502, &out));
         QVERIFY(!thread.GetParentId(QStringLiteral("x"), 501, &out));
         QCOMPARE(out, 1ULL);
-    }
-
-    void withoutSinkFoldersAreStillNumbered() {
-        m_pMainWindow = nullptr;
-        ScaningThread thread;
-        thread.treeCreator(QStringLiteral("A/B"));
-        QCOMPARE(llParentIdRunning, 503ULL);
-        QVERIFY(!StartFldrAtrib);
     }
 
 private:

@@ -114,40 +114,47 @@ private slots:
         QTest::addColumn<QStringList>("lines");
         QTest::addColumn<QString>("events");
         QTest::addColumn<QStringList>("folders"); // names in order of creation
+        QTest::addColumn<QStringList>("items");   // NewItem: folder:number:count:state
         QTest::addColumn<bool>("converted");
         QTest::addColumn<int>("attached");
         QTest::addColumn<bool>("listRemoved");
 
         const QString rss = QStringLiteral("@S/V2/RSS/Apple Hot News.rssmbox/Messages/7.emlx");
         QTest::newRow("empty list")
-            << QStringList{} << "STF" << QStringList{} << false << 0 << true;
+            << QStringList{} << "STF" << QStringList{} << QStringList{} << false << 0 << true;
         QTest::newRow("rss and empty lines advance the progress")
             << QStringList{"", rss, "@S/A.mbox/Messages/1.emlx", "", "@S/A.mbox/Messages/2.emlx"}
-            << "STVVCNVVNVF" << QStringList{"A"} << true << 2 << true;
+            << "STVVCNVVNVF" << QStringList{"A"} << QStringList{"A:1:1:0", "A:2:2:2"} << true << 2
+            << true;
         QTest::newRow("only news feed messages")
-            << QStringList{rss, rss} << "STVVF" << QStringList{} << false << 0 << true;
+            << QStringList{rss, rss} << "STVVF" << QStringList{} << QStringList{} << false << 0
+            << true;
+        // The count is the message's place in its folder; the state is 0 for
+        // a folder's first message and 2 later on.
         QTest::newRow("each change of folder clears the list")
-            << QStringList{"@S/A.mbox/Messages/1.emlx", "@S/B.mbox/Messages/2.emlx",
-                           "@S/B.mbox/Messages/3.emlx", "@S/A.mbox/Messages/4.emlx"}
-            << "STCNVCNVNVCNVF" << QStringList{"A", "B"} << true << 4 << true;
+            << QStringList{"@S/A.mbox/Messages/10.emlx", "@S/B.mbox/Messages/20.partial.emlx",
+                           "@S/B.mbox/Messages/21.emlx", "@S/A.mbox/Messages/x1.emlx"}
+            << "STCNVCNVNVCNVF" << QStringList{"A", "B"}
+            << QStringList{"A:10:1:0", "B:20:1:0", "B:21:2:2", "A:x1:2:2"} << true << 4 << true;
         QTest::newRow("trailing blank of a line is kept")
-            << QStringList{"@S/A.mbox/Messages/5.emlx "} << "STCNVF" << QStringList{"A"} << true
-            << 1 << true;
+            << QStringList{"@S/A.mbox/Messages/5.emlx "} << "STCNVF" << QStringList{"A"}
+            << QStringList{"A:5:1:0"} << true << 1 << true;
         QTest::newRow("message outside any folder before the first folder is left out")
             << QStringList{"@S/9.emlx", "@S/A.mbox/Messages/1.emlx"} << "STVCNVF"
-            << QStringList{"A"} << true << 1 << true;
+            << QStringList{"A"} << QStringList{"A:1:1:0"} << true << 1 << true;
         QTest::newRow("message outside any folder joins the previous folder")
             << QStringList{"@S/A.mbox/Messages/1.emlx", "@S/9.emlx"} << "STCNVNVF"
-            << QStringList{"A"} << true << 2 << true;
+            << QStringList{"A"} << QStringList{"A:1:1:0", "A:9:2:2"} << true << 2 << true;
         QTest::newRow("a file that cannot be opened ends the scan")
             << QStringList{"@S/A.mbox/Messages/1.emlx", "@S/B.mbox/Messages/missing.emlx",
                            "@S/A.mbox/Messages/3.emlx"}
-            << "STCNVCF" << QStringList{"A", "B"} << true << 2 << false;
+            << "STCNVCF" << QStringList{"A", "B"} << QStringList{"A:1:1:0"} << true << 2 << false;
     }
     void walk() {
         QFETCH(QStringList, lines);
         QFETCH(QString, events);
         QFETCH(QStringList, folders);
+        QFETCH(QStringList, items);
         QFETCH(bool, converted);
         QFETCH(int, attached);
         QFETCH(bool, listRemoved);
@@ -175,6 +182,14 @@ private slots:
             if (f->ullId != 501)
                 created << m_sink.FolderName(f->ullId);
         QCOMPARE(created, folders);
+        QStringList announced;
+        for (int i = 0; i < log.items.size(); ++i) {
+            const quint64 id = log.items.at(i).section(QLatin1Char(':'), 0, 0).toULongLong();
+            announced << m_sink.FolderName(id) + log.items.at(i).mid(log.items.at(i).indexOf(':'));
+            QVERIFY(log.treeItems.at(i));
+            QCOMPARE(log.treeItems.at(i), FindFolderRecord(id)->pTreeItem);
+        }
+        QCOMPARE(announced, items);
         QCOMPARE(bool(IsConverted), converted);
         QCOMPARE(AttachedMessages(), quint64(attached));
         QCOMPARE(QFile::exists(TempDir() + "/VortigaEmlx"), !listRemoved);
@@ -185,30 +200,6 @@ private slots:
             for (MailItem* m = f->pFirstMail; m; m = m->pNext)
                 QVERIFY(list.contains(Utf16Text(m->pPath, m->ulPathSize).toUtf8() + '\n'));
         QFile::remove(TempDir() + "/VortigaEmlx");
-    }
-
-    void newItemArguments() {
-        const QStringList names{"A.mbox/Messages/10.emlx", "B.mbox/Messages/20.partial.emlx",
-                                "B.mbox/Messages/21.emlx", "A.mbox/Messages/x1.emlx"};
-        QByteArray list;
-        for (const QString& n : names) {
-            QVERIFY(WriteFile(m_store + "/" + n, SmallMessage(n)));
-            list += (m_store + "/" + n).toUtf8() + '\n';
-        }
-        InstallListFind(m_dir.path() + "/bin-args", list);
-        ScaningThread thread;
-        SignalLog log(thread);
-        thread.SetInitialSettings();
-        QVERIFY(thread.wait(60000));
-        // Folder A is 502, B 503; the count is the message's place in its
-        // folder, the state 0 for a folder's first message and 2 later on.
-        QCOMPARE(log.items, (QStringList{"502:10:1:0", "503:20:1:0", "503:21:2:2", "502:x1:2:2"}));
-        QCOMPARE(log.treeItems.at(0), FindFolderRecord(502)->pTreeItem);
-        QCOMPARE(log.treeItems.at(1), FindFolderRecord(503)->pTreeItem);
-        QVERIFY(log.treeItems.at(0));
-        QCOMPARE(FindFolderRecord(503)->pFirstMail->ullNumber, quint64(20));
-        QCOMPARE(FindFolderRecord(502)->pLastMail->ullNumber, quint64(0));
-        QCOMPARE(FindFolderRecord(502)->iLabelState, 2);
     }
 
     void secondRequestWhileRunningOnlyStops() {
