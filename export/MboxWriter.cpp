@@ -41,11 +41,152 @@ bool ContainsMarker(const char* data, qint64 size) {
     return false;
 }
 
+constexpr quint64 kOnes = 0x0101010101010101ULL;
+constexpr quint64 kHighs = 0x8080808080808080ULL;
+
+inline quint64 Load8(const char* p) {
+    quint64 v;
+    memcpy(&v, p, 8);
+    return v;
+}
+// Non-zero exactly when one of the eight bytes of `v` is zero.
+inline quint64 ZeroBytes(quint64 v) {
+    return (v - kOnes) & ~v & kHighs;
+}
+
 bool IsAscii(const char* data, qint64 size) {
-    unsigned char any = 0;
-    for (qint64 i = 0; i < size; ++i)
+    quint64 any = 0;
+    qint64 i = 0;
+    for (; i + 8 <= size; i += 8)
+        any |= Load8(data + i);
+    for (; i < size; ++i)
         any |= static_cast<unsigned char>(data[i]);
-    return any < 0x80;
+    return (any & kHighs) == 0;
+}
+
+// One pass over a line: where its first NUL is (or `size`), whether the
+// bytes before it are all ASCII and whether they hold a "<".
+struct Scan {
+    qint64 nul;
+    bool ascii;
+    bool angle;
+};
+Scan ScanLine(const char* data, qint64 size) {
+    quint64 high = 0;
+    quint64 angle = 0;
+    qint64 i = 0;
+    for (; i + 8 <= size; i += 8) {
+        const quint64 v = Load8(data + i);
+        if (ZeroBytes(v))
+            break; // the byte loop finds the NUL
+        high |= v;
+        angle |= ZeroBytes(v ^ (kOnes * '<'));
+    }
+    bool sawAngle = angle != 0;
+    for (; i < size; ++i) {
+        const auto c = static_cast<unsigned char>(data[i]);
+        if (c == 0)
+            break;
+        high |= c;
+        sawAngle = sawAngle || c == '<';
+    }
+    return {i, (high & kHighs) == 0, sawAngle};
+}
+
+// Length of the run at the start of `data` free of the bytes that call for
+// a decision of their own: NUL, "\r", "<" and every byte of 0x80 and above.
+qint64 PlainPrefix(const char* data, qint64 size) {
+    qint64 i = 0;
+#if defined(__GNUC__) || defined(__clang__)
+    // Sixteen bytes at a time with the compiler's portable vector types.
+    typedef unsigned char V16 __attribute__((vector_size(16)));
+    for (; i + 16 <= size; i += 16) {
+        V16 v;
+        memcpy(&v, data + i, 16);
+        const V16 bad = (v == 0) | (v == '\r') | (v == '<') | (v >= 0x80);
+        quint64 halves[2];
+        memcpy(halves, &bad, 16);
+        if (halves[0] | halves[1])
+            break;
+    }
+#endif
+    for (; i + 8 <= size; i += 8) {
+        const quint64 v = Load8(data + i);
+        if ((v & kHighs) | ZeroBytes(v) | ZeroBytes(v ^ (kOnes * '\r')) |
+            ZeroBytes(v ^ (kOnes * '<')))
+            break;
+    }
+    for (; i < size; ++i) {
+        const auto c = static_cast<unsigned char>(data[i]);
+        if (c == 0 || c == '\r' || c == '<' || c >= 0x80)
+            break;
+    }
+    return i;
+}
+
+const char* LastNewline(const char* data, qint64 size) {
+#if defined(__GLIBC__)
+    return static_cast<const char*>(memrchr(data, '\n', size_t(size)));
+#else
+    while (size > 0 && data[size - 1] != '\n')
+        --size;
+    return size > 0 ? data + size - 1 : nullptr;
+#endif
+}
+
+const char* FindBytes(const char* data, qint64 size, const char* needle, int len) {
+    return static_cast<const char*>(memmem(data, size_t(size), needle, size_t(len)));
+}
+
+// Valid UTF-8 written as Latin-1: one byte per character, "?" for each
+// UTF-16 unit that Latin-1 lacks. Returns the bytes written, or -1 when the
+// text is not valid UTF-8 (the caller then lets Qt's decoder handle it).
+qint64 Utf8ToLatin1(const char* in, qint64 size, char* out) {
+    const auto* p = reinterpret_cast<const unsigned char*>(in);
+    const auto* end = p + size;
+    char* o = out;
+    auto cont = [](unsigned char c) { return (c & 0xC0) == 0x80; };
+    while (p < end) {
+        while (end - p >= 8) { // runs of ASCII, eight bytes at a time
+            const quint64 v = Load8(reinterpret_cast<const char*>(p));
+            if (v & kHighs)
+                break;
+            memcpy(o, &v, 8);
+            o += 8;
+            p += 8;
+        }
+        if (p == end)
+            break;
+        const unsigned char c = *p;
+        if (c < 0x80) {
+            *o++ = char(c);
+            ++p;
+        } else if (c >= 0xC2 && c <= 0xDF) {
+            if (end - p < 2 || !cont(p[1]))
+                return -1;
+            const unsigned code = ((c & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+            *o++ = code <= 0xFF ? char(code) : '?';
+            p += 2;
+        } else if (c >= 0xE0 && c <= 0xEF) {
+            if (end - p < 3 || !cont(p[1]) || !cont(p[2]))
+                return -1;
+            if ((c == 0xE0 && p[1] < 0xA0) || (c == 0xED && p[1] > 0x9F))
+                return -1; // overlong, or a surrogate
+            *o++ = '?';
+            p += 3;
+        } else if (c >= 0xF0 && c <= 0xF4) {
+            if (end - p < 4 || !cont(p[1]) || !cont(p[2]) || !cont(p[3]))
+                return -1;
+            if ((c == 0xF0 && p[1] < 0x90) || (c == 0xF4 && p[1] > 0x8F))
+                return -1; // overlong, or beyond U+10FFFF
+            *o++ = '?';    // a surrogate pair: two units
+            *o++ = '?';
+            p += 4;
+        } else {
+            return -1;
+        }
+    }
+    return o - out;
 }
 
 // Buffered output; write errors are not looked at (nothing could be done
@@ -53,31 +194,42 @@ bool IsAscii(const char* data, qint64 size) {
 class Sink {
 public:
     Sink(QIODevice& device, int chunk) : m_device(device), m_limit(chunk) {
-        m_buffer.reserve(chunk + 64);
+        m_buffer.resize(chunk);
     }
     ~Sink() { flush(); }
     void append(const char* data, qint64 size) {
-        if (m_buffer.size() + size > m_limit) {
+        if (m_used + size > m_limit) {
             flush();
             if (size > m_limit) {
                 m_device.write(data, size);
                 return;
             }
         }
-        m_buffer.append(data, int(size));
+        memcpy(m_buffer.data() + m_used, data, size_t(size));
+        m_used += int(size);
     }
     void append(const QByteArray& bytes) { append(bytes.constData(), bytes.size()); }
     void append(char c) { append(&c, 1); }
+    // Room for `size` bytes written in place; commit() then takes them.
+    char* reserve(qint64 size) {
+        if (size > m_limit)
+            return nullptr;
+        if (m_used + size > m_limit)
+            flush();
+        return m_buffer.data() + m_used;
+    }
+    void commit(qint64 size) { m_used += int(size); }
     void flush() {
-        if (!m_buffer.isEmpty())
-            m_device.write(m_buffer);
-        m_buffer.clear();
+        if (m_used > 0)
+            m_device.write(m_buffer.constData(), m_used);
+        m_used = 0;
     }
 
 private:
     QIODevice& m_device;
     QByteArray m_buffer;
     int m_limit;
+    int m_used = 0;
 };
 
 // Writes UTF-8 text as Latin-1 ("?" for what Latin-1 cannot hold), exactly as
@@ -148,9 +300,11 @@ struct Line {
     bool newline = false;       // the text ends with "\n" (no NUL came before it)
     bool bom = false;           // the text starts with a UTF-8 byte-order mark
     bool marker = false;        // the text contains a trailer marker
+    bool ascii = false;         // the text is ASCII (known for buffered lines only)
     const char* data = nullptr; // the whole line, when it fits in the buffer
-    char head[kHeadLen];        // the text's first bytes after a byte-order mark
+    const char* head = nullptr; // the text's first bytes after a byte-order mark
     int headLen = 0;
+    char headCopy[kHeadLen]; // holds them for a line longer than the buffer
 
     qint64 textSize() const { return contentEnd - start - (bom ? 3 : 0); }
     // The decoded text holds no character at all.
@@ -190,6 +344,46 @@ public:
             }
             fill();
         }
+    }
+
+    // Copies the whole lines at the read position that hold none of the
+    // bytes that need a closer look (see PlainPrefix): their text is their
+    // bytes, no trailer marker can be among them, and only "From " at a
+    // line start changes. In `partial` mode the run stops before a
+    // detached-part header. Returns false when there is no such line.
+    template <class Out> bool copyPlainRun(Out& sink, bool partial) {
+        if (!m_eof && m_end - m_pos < 4096)
+            fill();
+        const char* base = m_buffer.constData() + m_pos;
+        qint64 size = PlainPrefix(base, m_end - m_pos);
+        const char* lastNewline = LastNewline(base, size);
+        if (!lastNewline)
+            return false;
+        size = lastNewline + 1 - base;
+        if (partial) {
+            if (size >= kPartHeaderLen && memcmp(base, kPartHeader, kPartHeaderLen) == 0)
+                return false;
+            if (const char* h =
+                    FindBytes(base, size, "\nX-Apple-Content-Length: ", kPartHeaderLen + 1))
+                size = h + 1 - base;
+        }
+        const char* p = base;
+        const char* end = base + size;
+        if (size >= 5 && memcmp(p, "From ", 5) == 0)
+            sink.append('>');
+        // Lines that start with "From " get a ">"; the others go out in one piece.
+        const char* out = p;
+        while (const char* nl = static_cast<const char*>(memchr(p, '\n', size_t(end - p)))) {
+            p = nl + 1;
+            if (end - p >= 5 && p[0] == 'F' && memcmp(p, "From ", 5) == 0) {
+                sink.append(out, p - out);
+                sink.append('>');
+                out = p;
+            }
+        }
+        sink.append(out, end - out);
+        m_pos += int(size);
+        return true;
     }
 
     // Copies the line's text [start + skip, contentEnd) to `out` (a functor
@@ -233,24 +427,29 @@ private:
             m_end += int(got);
     }
 
-    static void setHead(Line& line, const char* text, qint64 textSize) {
+    // Points the line's head at its text; `copy` keeps the bytes in the line.
+    static void setHead(Line& line, const char* text, qint64 textSize, bool copy) {
         line.bom = textSize >= 3 && memcmp(text, kBom, 3) == 0;
         if (line.bom) {
             text += 3;
             textSize -= 3;
         }
         line.headLen = int(std::min<qint64>(textSize, kHeadLen));
-        memcpy(line.head, text, size_t(line.headLen));
+        if (copy) {
+            memcpy(line.headCopy, text, size_t(line.headLen));
+            text = line.headCopy;
+        }
+        line.head = text;
     }
 
     void describeBuffered(Line& line, const char* data, qint64 size) {
         line.start = m_bufferPos + m_pos;
         line.end = line.start + size;
         line.data = data;
-        const char* nul = static_cast<const char*>(memchr(data, '\0', size_t(size)));
+        const Scan scan = ScanLine(data, size);
         qint64 textSize;
-        if (nul) {
-            textSize = nul - data;
+        if (scan.nul < size) {
+            textSize = scan.nul;
             line.newline = false;
         } else if (data[size - 1] == '\n') {
             textSize = size - 1;
@@ -262,8 +461,9 @@ private:
             line.newline = false;
         }
         line.contentEnd = line.start + textSize;
-        setHead(line, data, textSize);
-        line.marker = ContainsMarker(data, textSize);
+        line.ascii = scan.ascii;
+        setHead(line, data, textSize, false);
+        line.marker = scan.angle && ContainsMarker(data, textSize);
     }
 
     // A line longer than the buffer: read on to its end, keeping only what
@@ -288,7 +488,7 @@ private:
                 const char* nul = static_cast<const char*>(memchr(seg, '\0', size_t(bodySize)));
                 const qint64 textSize = nul ? nul - seg : bodySize;
                 if (first)
-                    setHead(line, seg, textSize);
+                    setHead(line, seg, textSize, true);
                 if (!line.marker)
                     line.marker = markerAcross(carry, carryLen, seg, textSize);
                 if (nul)
@@ -374,17 +574,29 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
         sink.append('>');
     if (line.data) {
         const qint64 size = line.contentEnd - line.start;
-        if (IsAscii(line.data, size)) {
+        if (line.ascii) {
             sink.append(line.data, size);
             if (line.newline)
                 sink.append('\n');
-        } else {
-            // Decoded whole, with its "\n", as the line model does.
-            QByteArray text(line.data, int(size));
-            if (line.newline)
-                text.append('\n');
-            sink.append(QString::fromUtf8(text).toLatin1());
+            return;
         }
+        // Valid UTF-8 converted in place; the decoder drops a byte-order
+        // mark at the start of the text.
+        const int skip = line.bom ? 3 : 0;
+        if (char* room = sink.reserve(size + 1)) {
+            qint64 written = Utf8ToLatin1(line.data + skip, size - skip, room);
+            if (written >= 0) {
+                if (line.newline)
+                    room[written++] = '\n';
+                sink.commit(written);
+                return;
+            }
+        }
+        // Anything else goes through Qt's decoder, whole, with its "\n".
+        QByteArray text(line.data, int(size));
+        if (line.newline)
+            text.append('\n');
+        sink.append(QString::fromUtf8(text).toLatin1());
         return;
     }
     Latin1Transcoder transcoder(sink);
@@ -421,7 +633,11 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
     const quint64 count = ByteCount(reader);
     int partIndex = 0;
     Line line;
-    while (reader.next(line)) {
+    for (;;) {
+        if (reader.copyPlainRun(sink, partial))
+            continue;
+        if (!reader.next(line))
+            break;
         const bool escape = line.startsWith("From ", 5);
         if (!escape && line.isEmpty())
             continue;
