@@ -146,7 +146,11 @@ HeaderFields ReadHeaderFields(MessageFile& file) {
     HeaderFields h;
     file.Seek(0);
     Line line;
-    while (file.ReadLine(&line)) {
+    for (;;) {
+        // Lines that cannot start a field are passed over in one loop.
+        file.SkipToHeaderLine();
+        if (!file.ReadLine(&line))
+            break;
         if (file.HasTrailer(line) || file.HasDoctype(line))
             break;
         const char c = line.First();

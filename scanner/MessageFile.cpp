@@ -4,9 +4,11 @@
 #include <QTextDecoder>
 
 #include <cstring>
+#include <fcntl.h>
 #include <limits>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,26 +44,63 @@ qint64 SatSub(qint64 a, qint64 b) {
 void NeedleFinder::Reset(const char* data, qint64 size) {
     m_data = data;
     m_dataSize = size;
-    m_searchedFrom = -1;
+    m_lo = 0;
+    m_hi = -1;
     m_found = -1;
 }
 
-qint64 NeedleFinder::From(qint64 from) {
-    if (from < 0)
-        from = 0;
-    // The last search covered [m_searchedFrom, end) and found m_found first:
-    // any start between the two has the same answer.
-    if (m_searchedFrom >= 0 && from >= m_searchedFrom && (m_found < 0 || from <= m_found))
-        return m_found;
-    m_searchedFrom = from;
-    m_found = -1;
-    if (from < m_dataSize) {
-        const void* hit =
-            memmem(m_data + from, size_t(m_dataSize - from), m_needle, size_t(m_size));
-        if (hit)
-            m_found = static_cast<const char*>(hit) - m_data;
+bool NeedleFinder::At(qint64 pos) const {
+    return pos <= m_dataSize - m_size && memcmp(m_data + pos, m_needle, size_t(m_size)) == 0;
+}
+
+qint64 NeedleFinder::FirstIn(qint64 from, qint64 last) {
+    const qint64 lastStart = m_dataSize - m_size;
+    from = qMax<qint64>(from, 0);
+    last = qMin(last, lastStart);
+    if (last < from)
+        return -1;
+    // The last search looked at the starts [m_lo, m_hi] and found m_found
+    // first: any from in there with m_found not before it has that answer.
+    if (from >= m_lo && from <= m_hi) {
+        if (m_found >= from)
+            return m_found <= last ? m_found : -1;
+        if (m_found < 0 && last <= m_hi)
+            return -1;
     }
-    return m_found;
+    const qint64 ahead = 256 * 1024;
+    const qint64 hi = qMin(lastStart, qMax(last, from + ahead));
+    // Jump from first byte to first byte; note the paired text on the way.
+    const bool noteOther = m_other && m_other->m_needle[0] == m_needle[0] &&
+                           !(from >= m_other->m_lo && from <= m_other->m_hi);
+    qint64 found = -1, other = -1;
+    const char* p = m_data + from;
+    const char* const end = m_data + hi + 1;
+    while (p < end) {
+        p = static_cast<const char*>(memchr(p, m_needle[0], size_t(end - p)));
+        if (!p)
+            break;
+        const qint64 pos = p - m_data;
+        if (noteOther && other < 0 && m_other->At(pos))
+            other = pos;
+        if (At(pos)) {
+            found = pos;
+            break;
+        }
+        ++p;
+    }
+    m_lo = from;
+    m_hi = hi;
+    m_found = found;
+    if (noteOther) {
+        // The starts [from, scanned] were all looked at for the other text.
+        const qint64 scanned = qMin(found >= 0 ? found : hi, m_other->m_dataSize - m_other->m_size);
+        if (other >= 0 || scanned >= from) {
+            m_other->m_lo = from;
+            m_other->m_hi = other >= 0 ? other : scanned;
+            m_other->m_found = other;
+        }
+    }
+    return (found >= 0 && found <= last) ? found : -1;
 }
 
 void Line::Cut() const {
@@ -184,15 +223,21 @@ MessageFile::~MessageFile() {
 }
 
 bool MessageFile::Open(const QString& path) {
-    struct stat st;
     const QByteArray native = QFile::encodeName(path);
-    // Only regular files: opening a FIFO would block, a folder has no lines.
-    if (native.isEmpty() || ::stat(native.constData(), &st) != 0 || !S_ISREG(st.st_mode))
+    if (native.isEmpty())
         return false;
-    m_file.setFileName(path);
-    if (!m_file.open(QIODevice::ReadOnly))
+    // Non-blocking, so that a FIFO does not wait for a writer; only regular
+    // files are read (a folder or a device has no lines).
+    const int fd = ::open(native.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
         return false;
-    m_size = m_file.size();
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
+        !m_file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        ::close(fd);
+        return false;
+    }
+    m_size = st.st_size;
     m_pos = 0;
     if (m_size > 0) {
         uchar* map = m_file.map(0, m_size);
@@ -202,6 +247,9 @@ bool MessageFile::Open(const QString& path) {
     }
     m_trailer.Reset(m_data, m_size);
     m_doctype.Reset(m_data, m_size);
+    m_trailer.Pair(&m_doctype);
+    m_doctype.Pair(&m_trailer);
+    m_trailerLine = -1;
     return true;
 }
 
@@ -229,10 +277,106 @@ bool MessageFile::ReadLine(Line* line) {
 }
 
 bool MessageFile::LineHas(const Line& line, NeedleFinder& finder) {
-    const qint64 t = finder.From(line.start);
-    if (t < 0 || t + finder.Size() > line.start + line.rawLen)
-        return false;
-    return t + finder.Size() <= line.start + line.ContentLen();
+    // Starts that leave room for the whole mark inside the raw line.
+    const qint64 t = finder.FirstIn(line.start, line.start + line.rawLen - finder.Size());
+    return t >= 0 && t + finder.Size() <= line.start + line.ContentLen();
+}
+
+namespace {
+
+struct FirstBytes {
+    bool table[256] = {};
+    explicit FirstBytes(const char* bytes) {
+        for (const char* b = bytes; *b; ++b)
+            table[static_cast<unsigned char>(*b)] = true;
+        table[0] = true; // a line whose text is empty
+    }
+};
+
+// The line at p (with at least one byte before end) starts with the label,
+// ignoring ASCII case.
+bool HasLabel(const char* p, const char* end, const char* label) {
+    for (; *label; ++label, ++p)
+        if (p == end || Lower(*p) != *label)
+            return false;
+    return true;
+}
+
+} // namespace
+
+void MessageFile::SkipBodyLines(bool declarations) {
+    static const FirstBytes withDeclarations("-Cc");
+    static const FirstBytes delimitersOnly("-");
+    const bool* table = declarations ? withDeclarations.table : delimitersOnly.table;
+    SkipLines([table](const char* p, const char*) { return table[static_cast<unsigned char>(*p)]; },
+              false);
+}
+
+void MessageFile::SkipToHeaderLine() {
+    // A field line has its colon 2, 4, 7 or 10 bytes after the line start,
+    // so the walk jumps from colon to colon instead of from line to line.
+    const char* d = m_data;
+    const char* end = m_data + m_size;
+    const qint64 pos = m_pos; // start of the current line
+    qint64 stop = m_trailer.From(pos);
+    const qint64 dt = m_doctype.FirstIn(pos, stop < 0 ? m_size : stop);
+    if (dt >= 0)
+        stop = dt;
+    const qint64 limit = stop >= 0 ? stop : m_size;
+    struct Label {
+        int colon;
+        const char* text;
+    };
+    static const Label labels[] = {
+        {2, "to:"}, {4, "from:"}, {4, "date:"}, {7, "subject:"}, {10, "x-priority:"}};
+    for (qint64 at = pos; at < limit;) {
+        const void* hit = memchr(d + at, ':', size_t(limit - at));
+        if (!hit)
+            break;
+        const qint64 colon = static_cast<const char*>(hit) - d;
+        for (const Label& label : labels) {
+            const qint64 start = colon - label.colon;
+            if (start < pos || (start > pos && d[start - 1] != '\n'))
+                continue;
+            if (HasLabel(d + start, end, label.text)) {
+                m_pos = start;
+                return;
+            }
+        }
+        at = colon + 1;
+    }
+    // No field line before the mark: stop at the start of the mark's line.
+    if (stop < 0) {
+        m_pos = m_size;
+        return;
+    }
+    const void* nl = stop > pos ? memrchr(d + pos, '\n', size_t(stop - pos)) : nullptr;
+    m_pos = nl ? static_cast<const char*>(nl) - d + 1 : pos;
+}
+
+template <typename Interesting> void MessageFile::SkipLines(Interesting interesting, bool doctype) {
+    const char* d = m_data;
+    const char* end = m_data + m_size;
+    qint64 pos = m_pos;
+    // No line holding a mark may be passed over.
+    qint64 stop = m_trailer.From(pos);
+    if (doctype) {
+        const qint64 dt = m_doctype.FirstIn(pos, stop < 0 ? m_size : stop);
+        if (dt >= 0)
+            stop = dt;
+    }
+    while (pos < m_size) {
+        if (interesting(d + pos, end))
+            break;
+        const void* nl = memchr(d + pos, '\n', size_t(m_size - pos));
+        if (!nl)
+            break;
+        const qint64 next = static_cast<const char*>(nl) - d + 1;
+        if (stop >= 0 && stop < next)
+            break;
+        pos = next;
+    }
+    m_pos = pos;
 }
 
 qint64 MessageFile::FirstLineCount() {
@@ -260,6 +404,10 @@ qint64 MessageFile::MessageTextEnd() {
         end = qMin(end, qMax<qint64>(0, SatAdd(first.next, FirstLineCount())));
     // Start of the first line whose text holds the trailer mark.
     qint64 from = 0;
+    if (m_trailerLine >= 0) {
+        end = qMin(end, m_trailerLine);
+        from = m_size;
+    }
     while (from < m_size) {
         const qint64 t = m_trailer.From(from);
         if (t < 0)

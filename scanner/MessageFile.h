@@ -16,21 +16,31 @@
 
 // Finds a fixed text in the mapping, remembering the last answer so that
 // the mostly forward line walks search each stretch of the file only once.
+// Searches look ahead by a bounded stretch, so a walk that stops early (the
+// header fields) does not search the whole file. Two finders whose texts
+// start with the same byte can be paired: a search for one also notes what
+// it met of the other, so one walk over the bytes serves both.
 class NeedleFinder {
 public:
     NeedleFinder(const char* needle, int size) : m_needle(needle), m_size(size) {}
     void Reset(const char* data, qint64 size);
+    void Pair(NeedleFinder* other) { m_other = other; }
+    // First occurrence starting in [from, last], or -1.
+    qint64 FirstIn(qint64 from, qint64 last);
     // First occurrence starting at or after from, or -1.
-    qint64 From(qint64 from);
+    qint64 From(qint64 from) { return FirstIn(from, m_dataSize); }
     int Size() const { return m_size; }
 
 private:
+    bool At(qint64 pos) const;
+
     const char* m_needle;
     int m_size;
+    NeedleFinder* m_other = nullptr;
     const char* m_data = nullptr;
     qint64 m_dataSize = 0;
-    qint64 m_searchedFrom = -1; // start of the last search, -1 when none yet
-    qint64 m_found = -1;        // its answer
+    qint64 m_lo = 0, m_hi = -1; // starts searched by the last search
+    qint64 m_found = -1;        // first occurrence among them, or -1
 };
 
 struct Line {
@@ -90,6 +100,15 @@ public:
 
     // Reads the line at the current position; false at the end of the file.
     bool ReadLine(Line* line);
+    // Moves over whole lines that cannot matter to the boundary walk: lines
+    // whose first byte is not "-", a NUL byte or (with declarations) "C" or
+    // "c", and that do not hold the trailer mark.
+    void SkipBodyLines(bool declarations);
+    // Moves over whole lines that cannot matter to the header fields: lines
+    // that do not start with "From:", "To:", "Subject:", "Date:" or
+    // "X-Priority:" (in any case) and hold neither the trailer mark nor the
+    // property-list DOCTYPE.
+    void SkipToHeaderLine();
 
     // The line's text contains the property-list trailer mark
     // "<?xml version="1.0" encoding="UTF-8"?>".
@@ -100,17 +119,24 @@ public:
     // Number written on the first line (the byte count of the message), 0
     // when it is not a number.
     qint64 FirstLineCount();
+    // The boundary walk met the first trailer line, which starts at pos.
+    void NoteTrailerLine(qint64 pos) {
+        if (m_trailerLine < 0)
+            m_trailerLine = pos;
+    }
     // End of the message text: the first line's byte length plus its count,
     // cut at the start of the trailer line and at the end of the file.
     qint64 MessageTextEnd();
 
 private:
     bool LineHas(const Line& line, NeedleFinder& finder);
+    template <typename Interesting> void SkipLines(Interesting interesting, bool doctype);
 
     QFile m_file;
     const char* m_data = nullptr;
     qint64 m_size = 0;
     qint64 m_pos = 0;
+    qint64 m_trailerLine = -1;
     NeedleFinder m_trailer;
     NeedleFinder m_doctype;
 };

@@ -195,9 +195,17 @@ QVector<BoundaryLevel> ScanBoundaries(MessageFile& file) {
 
     file.Seek(0);
     Line line;
-    while (file.ReadLine(&line)) {
+    for (;;) {
+        // Body lines that none of the tests below can match are passed over
+        // in one tight loop.
+        if (await == Await::Nothing)
+            file.SkipBodyLines(declarations);
+        if (!file.ReadLine(&line))
+            break;
         const bool empty = line.IsEmpty();
         const bool trailer = !empty && file.HasTrailer(line);
+        if (trailer)
+            file.NoteTrailerLine(line.start);
 
         // Delimiter walks of the levels declared on earlier lines.
         for (int i = 0; i < scans.size(); ++i) {

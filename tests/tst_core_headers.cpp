@@ -119,6 +119,13 @@ private slots:
             << "<null>"
             << "s\n"
             << "<null>" << 0;
+        QTest::newRow("property-list doctype ends the fields")
+            << QByteArray("From: a\n\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\">\n"
+                          "To: late\n")
+            << "a\n"
+            << "<null>"
+            << "<null>"
+            << "<null>" << 0;
         QTest::newRow("upper-case label is not removed") << QByteArray("SUBJECT: Hi\n") << "<null>"
                                                          << "<null>"
                                                          << "SUBJECT: Hi\n"

@@ -111,6 +111,10 @@ private slots:
                                                              "<?xml version=\"1.0\" "
                                                              "encoding=\"UTF-8\"?>\n--b\n")
                                                << 2 << true << 40;
+        QTest::newRow("trailer mark behind a nul byte is no trailer")
+            << QByteArray("9\n" + head + "--b\n\nx" + QByteArray("\0", 1) +
+                          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n--b--\n")
+            << 2 << true << 6;
         QTest::newRow("no close, no trailer")
             << QByteArray("9\n" + head + "--b\n\nx\n--b\n\ny\n") << 2 << false << 4;
         QTest::newRow("close without lf at end")
