@@ -5,6 +5,9 @@
 
 #include <cstring>
 #include <fcntl.h>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 #include <limits>
 #include <memory>
 #include <sys/stat.h>
@@ -365,16 +368,45 @@ template <typename Interesting> void MessageFile::SkipLines(Interesting interest
         if (dt >= 0)
             stop = dt;
     }
-    while (pos < m_size) {
-        if (interesting(d + pos, end))
-            break;
-        const void* nl = memchr(d + pos, '\n', size_t(m_size - pos));
+    if (pos >= m_size || interesting(d + pos, end)) {
+        m_pos = pos;
+        return;
+    }
+    // pos is the start of a line to pass over; at is where the search for
+    // line feeds goes on.
+    qint64 at = pos;
+#ifdef __SSE2__
+    const __m128i lf = _mm_set1_epi8('\n');
+    while (at + 16 <= m_size) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at));
+        unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(block, lf)));
+        while (mask) {
+            const qint64 next = at + __builtin_ctz(mask) + 1;
+            mask &= mask - 1;
+            if (stop >= 0 && stop < next) {
+                m_pos = pos;
+                return;
+            }
+            pos = next;
+            if (next >= m_size || interesting(d + next, end)) {
+                m_pos = pos;
+                return;
+            }
+        }
+        at += 16;
+    }
+#endif
+    while (at < m_size) {
+        const void* nl = memchr(d + at, '\n', size_t(m_size - at));
         if (!nl)
             break;
         const qint64 next = static_cast<const char*>(nl) - d + 1;
         if (stop >= 0 && stop < next)
             break;
         pos = next;
+        if (next >= m_size || interesting(d + next, end))
+            break;
+        at = next;
     }
     m_pos = pos;
 }

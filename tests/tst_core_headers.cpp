@@ -119,6 +119,13 @@ private slots:
             << "<null>"
             << "s\n"
             << "<null>" << 0;
+        QTest::newRow("field labels only at line starts")
+            << QByteArray("From: a\n\nab: c\nxTo: no\nbody To: no\n" + QByteArray(70, 'y') +
+                          "\nTO: yes\n")
+            << "a\n"
+            << "TO: yes\n"
+            << "<null>"
+            << "<null>" << 0;
         QTest::newRow("property-list doctype ends the fields")
             << QByteArray("From: a\n\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\">\n"
                           "To: late\n")

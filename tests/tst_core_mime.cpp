@@ -141,6 +141,24 @@ private slots:
             QVERIFY(pos == file.size() || file.at(int(pos) - 1) == '\n');
     }
 
+    void delimiterAlignment() {
+        // Delimiter lines after body lines of every length, so that they
+        // fall on every offset of the byte blocks the walk reads.
+        const QByteArray head = "Content-Type: multipart/mixed; boundary=b\n\n--b\n";
+        QByteArray body;
+        for (int n = 0; n < 40; ++n)
+            body += QByteArray(n, n % 2 ? 'x' : 'c') + "\n--b\n";
+        const QByteArray file = Emlx(head + body + "--b--\n");
+        QVector<qint64> expected;
+        for (int at = 0; (at = file.indexOf("\n--b", at)) >= 0; ++at)
+            expected << file.indexOf('\n', at + 1) + 1;
+        MessageFile f;
+        QVERIFY(f.Open(Write(file)));
+        const QVector<BoundaryLevel> levels = ScanBoundaries(f);
+        QCOMPARE(levels.size(), 1);
+        QCOMPARE(levels[0].positions, expected);
+    }
+
     // Body ranges are given by markers: the body starts where its marker
     // starts; it ends where the end marker (searched after it) starts.
     void textBodies_data() {
