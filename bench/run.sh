@@ -59,7 +59,70 @@ awk -v n="$messages" -v b="$bytes" -v r="$read_s" -v s="$scan_s" -v kb="$scan_kb
   printf "    scan peak RSS   %8.1f MB\n", kb / 1024
 }'
 
-# ---- Export measurement: to be added by the export developer ---------------
-# Time `pellomar-cli export "$store" "$work/out"` here with "$gen" measure,
-# in the same way as the scan above, and print its figures.
-# ---- End of export measurement ---------------------------------------------
+# ---- Export measurement ----------------------------------------------------
+# (c) copying every message file once into one file in the output folder, and
+# (d) pellomar-cli export (the scan, then the package) into the same folder.
+# Then the export of a store holding one very large message, to show that the
+# export's memory does not grow with the size of a message.
+out=$work/out
+rm -rf "$out"
+mkdir -p "$out"
+copy_all() {
+  "$gen" measure /dev/null bash -c 'find "$1" -name "*.emlx*" -print0 | xargs -0 cat > "$2"' \
+    _ "$store" "$out/copy"
+}
+read -r copy_s _ _ < <(copy_all)
+rm -f "$out/copy"
+read -r export_s export_kb export_rc < <("$gen" measure /dev/null "$cli" export "$store" "$out")
+[[ $export_rc == 0 ]] || { echo "export failed with exit code $export_rc" >&2; exit 1; }
+written=$(find "$out" -name '*.mbox' -type f -printf '%s\n' | awk '{s += $1} END {print s + 0}')
+
+# One message of about 80 MB: a 40 MB line without a line break, then 40 MB
+# of base64 lines.
+big=$work/store-big
+if [[ ! -f $big/.done ]]; then
+  rm -rf "$big"
+  mkdir -p "$big/Big.mbox/Messages"
+  body=$work/big-body
+  { printf 'Subject: big\n\n'
+    head -c 40000000 /dev/zero | tr '\0' 'A'; printf '\n'
+    head -c 30000000 /dev/zero | base64 -w 76; } > "$body"
+  { stat -c %s "$body"; cat "$body"
+    printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0">\n</plist>\n'; } \
+    > "$big/Big.mbox/Messages/1.emlx"
+  rm -f "$body"
+  touch "$big/.done"
+fi
+big_bytes=$(stat -c %s "$big/Big.mbox/Messages/1.emlx")
+rm -rf "$out"
+mkdir -p "$out"
+read -r big_s big_kb big_rc < <("$gen" measure /dev/null "$cli" export "$big" "$out")
+[[ $big_rc == 0 ]] || { echo "export of the large message failed with exit code $big_rc" >&2; exit 1; }
+rm -rf "$out"
+mkdir -p "$out"
+# The peak above covers the scan too. Sample the resident size while the
+# package is being written (from the moment its Mail folder exists).
+"$cli" export "$big" "$out" >/dev/null 2>&1 &
+pid=$!
+writing_kb=0
+while kill -0 "$pid" 2>/dev/null; do
+  if compgen -G "$out/*/Mail" >/dev/null; then
+    kb=$(awk '/^VmRSS:/ {print $2}' "/proc/$pid/status" 2>/dev/null || echo 0)
+    (( ${kb:-0} > writing_kb )) && writing_kb=$kb
+  fi
+  sleep 0.005
+done
+wait "$pid" || true
+rm -rf "$out"
+
+awk -v n="$messages" -v b="$bytes" -v c="$copy_s" -v e="$export_s" -v s="$scan_s" \
+    -v kb="$export_kb" -v w="$written" -v bb="$big_bytes" -v bs="$big_s" -v bkb="$big_kb" \
+    -v wkb="$writing_kb" 'BEGIN {
+  printf "(c) plain copy      %8.2f s  %10.0f messages/s  %8.1f MB/s\n", c, n / c, b / 1e6 / c
+  printf "(d) export          %8.2f s  %10.0f messages/s  %8.1f MB/s  (%.1f MB of mbox)\n", e, n / e, b / 1e6 / e, w / 1e6
+  printf "    export / copy   %8.2f x\n", e / c
+  printf "    export - scan   %8.2f s  (the writing alone, %.2f x the copy)\n", e - s, (e - s) / c
+  printf "    export peak RSS %8.1f MB\n", kb / 1024
+  printf "(e) one %.0f MB message: export %.2f s, %.1f MB/s, peak RSS %.1f MB,\n", bb / 1e6, bs, bb / 1e6 / bs, bkb / 1024
+  printf "    RSS while writing the package %.1f MB\n", wkb / 1024
+}'

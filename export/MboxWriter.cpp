@@ -93,33 +93,47 @@ Scan ScanLine(const char* data, qint64 size) {
     return {i, (high & kHighs) == 0, sawAngle};
 }
 
+inline bool IsSpecial(unsigned char c) {
+    return c == 0 || c == '\r' || c == '<' || c >= 0x80;
+}
+
 // Length of the run at the start of `data` free of the bytes that call for
 // a decision of their own: NUL, "\r", "<" and every byte of 0x80 and above.
-qint64 PlainPrefix(const char* data, qint64 size) {
+// `fromLine(p)` is called, in order, for each p in the run (p > 0) where a
+// line starting with "From " begins (the five bytes lie within `size`).
+template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) {
+    auto check = [&](qint64 p) { // data[p - 1] is "\n"
+        if (p + 5 <= size && memcmp(data + p, "From ", 5) == 0)
+            fromLine(p);
+    };
     qint64 i = 0;
 #if defined(__GNUC__) || defined(__clang__)
     // Sixteen bytes at a time with the compiler's portable vector types.
     typedef unsigned char V16 __attribute__((vector_size(16)));
-    for (; i + 16 <= size; i += 16) {
-        V16 v;
+    for (; i + 17 <= size; i += 16) {
+        V16 v, next;
         memcpy(&v, data + i, 16);
+        memcpy(&next, data + i + 1, 16);
         const V16 bad = (v == 0) | (v == '\r') | (v == '<') | (v >= 0x80);
+        const V16 lineF = (v == '\n') & (next == 'F');
         quint64 halves[2];
         memcpy(halves, &bad, 16);
         if (halves[0] | halves[1])
             break;
+        memcpy(halves, &lineF, 16);
+        if (halves[0] | halves[1]) {
+            for (qint64 k = i; k < i + 16; ++k)
+                if (data[k] == '\n')
+                    check(k + 1);
+        }
     }
 #endif
-    for (; i + 8 <= size; i += 8) {
-        const quint64 v = Load8(data + i);
-        if ((v & kHighs) | ZeroBytes(v) | ZeroBytes(v ^ (kOnes * '\r')) |
-            ZeroBytes(v ^ (kOnes * '<')))
-            break;
-    }
     for (; i < size; ++i) {
         const auto c = static_cast<unsigned char>(data[i]);
-        if (c == 0 || c == '\r' || c == '<' || c >= 0x80)
+        if (IsSpecial(c))
             break;
+        if (c == '\n')
+            check(i + 1);
     }
     return i;
 }
@@ -355,33 +369,33 @@ public:
         if (!m_eof && m_end - m_pos < 4096)
             fill();
         const char* base = m_buffer.constData() + m_pos;
-        qint64 size = PlainPrefix(base, m_end - m_pos);
-        const char* lastNewline = LastNewline(base, size);
-        if (!lastNewline)
-            return false;
-        size = lastNewline + 1 - base;
+        qint64 avail = m_end - m_pos;
         if (partial) {
-            if (size >= kPartHeaderLen && memcmp(base, kPartHeader, kPartHeaderLen) == 0)
+            if (avail >= kPartHeaderLen && memcmp(base, kPartHeader, kPartHeaderLen) == 0)
                 return false;
             if (const char* h =
-                    FindBytes(base, size, "\nX-Apple-Content-Length: ", kPartHeaderLen + 1))
-                size = h + 1 - base;
+                    FindBytes(base, avail, "\nX-Apple-Content-Length: ", kPartHeaderLen + 1))
+                avail = h + 1 - base;
         }
-        const char* p = base;
-        const char* end = base + size;
-        if (size >= 5 && memcmp(p, "From ", 5) == 0)
-            sink.append('>');
-        // Lines that start with "From " get a ">"; the others go out in one piece.
-        const char* out = p;
-        while (const char* nl = static_cast<const char*>(memchr(p, '\n', size_t(end - p)))) {
-            p = nl + 1;
-            if (end - p >= 5 && p[0] == 'F' && memcmp(p, "From ", 5) == 0) {
-                sink.append(out, p - out);
+        // Bytes before `written` are out; a "From " line that starts at
+        // `pending` gets its ">" once the line is known to be whole.
+        qint64 written = 0;
+        qint64 pending = avail >= 5 && memcmp(base, "From ", 5) == 0 ? 0 : -1;
+        const qint64 plain = PlainRun(base, avail, [&](qint64 p) {
+            if (pending >= 0)
                 sink.append('>');
-                out = p;
-            }
+            sink.append(base + written, p - written);
+            written = pending = p;
+        });
+        const char* lastNewline = LastNewline(base, plain);
+        if (!lastNewline)
+            return false; // nothing was written: every "From " line is after a newline
+        const qint64 size = lastNewline + 1 - base;
+        if (size > written) {
+            if (pending >= 0)
+                sink.append('>');
+            sink.append(base + written, size - written);
         }
-        sink.append(out, end - out);
         m_pos += int(size);
         return true;
     }
