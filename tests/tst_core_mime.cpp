@@ -159,16 +159,18 @@ private slots:
         QCOMPARE(levels[0].positions, expected);
     }
 
-    // Body ranges are given by markers: the body starts where its marker
-    // starts; it ends where the end marker (searched after it) starts.
+    // Body ranges are given by markers: a body starts where its marker
+    // starts and ends where its end marker (searched after it) starts.
+    // Markers: plain start, plain end, html start, html end ("" for none).
     void textBodies_data() {
         QTest::addColumn<QByteArray>("message");
         QTest::addColumn<bool>("crlf");
         QTest::addColumn<QString>("charsets"); // plain|html|encoding, "-" for none
-        QTest::addColumn<QByteArray>("plainFrom");
-        QTest::addColumn<QByteArray>("plainTo");
-        QTest::addColumn<QByteArray>("htmlFrom");
-        QTest::addColumn<QByteArray>("htmlTo");
+        QTest::addColumn<QByteArrayList>("markers");
+        auto row = [](const char* name, const QByteArray& message, const char* charsets,
+                      const QByteArrayList& markers, bool crlf = false) {
+            QTest::newRow(name) << message << crlf << QString(charsets) << markers;
+        };
         const QByteArray nested =
             "From: a@example.org\nContent-Type: multipart/mixed; boundary=\"M\"\n\n"
             "--M\nContent-Type: multipart/alternative; boundary=\"A\"\n\n"
@@ -177,98 +179,80 @@ private slots:
             "--A\nContent-Type: text/html; charset=iso-8859-1\n"
             "Content-Transfer-Encoding: base64\n\nHTML\n--A--\n"
             "--M\nContent-Type: image/png; name=\"a.png\"\nContent-ID: <p>\n\nPNG\n--M--\n";
-        QTest::newRow("alternative inside mixed")
-            << nested << false << "utf-8|iso-8859-1|base64" << QByteArray("PLAIN")
-            << QByteArray("--A\nContent-Type: text/html") << QByteArray("HTML")
-            << QByteArray("--A--");
-        QTest::newRow("crlf file")
-            << nested << true << "utf-8|iso-8859-1|base64" << QByteArray("PLAIN")
-            << QByteArray("--A\r\nContent-Type: text/html") << QByteArray("HTML")
-            << QByteArray("--A--");
+        row("alternative inside mixed", nested, "utf-8|iso-8859-1|base64",
+            {"PLAIN", "--A\nContent-Type: text/html", "HTML", "--A--"});
+        row("crlf file", nested, "utf-8|iso-8859-1|base64",
+            {"PLAIN", "--A\r\nContent-Type: text/html", "HTML", "--A--"}, true);
         auto one = [](const QByteArray& typeLines) {
             return "Content-Type: multipart/mixed; boundary=b\n\n--b\n" + typeLines +
                    "\nBODY\n--b--\n";
         };
-        QTest::newRow("format=flowed cut")
-            << one("Content-Type: text/plain; charset=us-ascii; format=flowed\n") << false
-            << "us-ascii|-|" << QByteArray("BODY") << QByteArray("--b--") << QByteArray()
-            << QByteArray();
-        QTest::newRow("semicolon ending")
-            << one("Content-Type: text/plain; charset=utf-8;\n") << false << "utf-8|-|"
-            << QByteArray("BODY") << QByteArray("--b--") << QByteArray() << QByteArray();
-        QTest::newRow("quoted semicolon ending")
-            << one("Content-Type: text/html; charset=\"koi8-r\";\n\tdelsp=yes\n") << false
-            << "-|koi8-r|" << QByteArray() << QByteArray() << QByteArray("BODY")
-            << QByteArray("--b--");
-        QTest::newRow("charset on continuation line")
-            << one("Content-Type: text/plain;\n\tcharset=\"windows-1252\"\n"
-                   "Content-Transfer-Encoding: 8bit\n")
-            << false << "windows-1252|-|8bit" << QByteArray("BODY") << QByteArray("--b--")
-            << QByteArray() << QByteArray();
-        QTest::newRow("prefix ignores case")
-            << one("content-type: TEXT/PLAIN; CHARSET=iso-8859-1\n") << false << "iso-8859-1|-|"
-            << QByteArray("BODY") << QByteArray("--b--") << QByteArray() << QByteArray();
-        QTest::newRow("last text part wins, encoding shared")
-            << QByteArray("Content-Type: multipart/mixed; boundary=b\n\n"
-                          "--b\nContent-Type: text/plain; charset=a\n"
-                          "Content-Transfer-Encoding: 7bit\n\nONE\n"
-                          "--b\nContent-Type: text/html; charset=h\n"
-                          "Content-Transfer-Encoding: base64\n\nH\n"
-                          "--b\nContent-Type: text/plain; charset=c\n"
-                          "Content-Transfer-Encoding: quoted-printable\n\nTWO\n--b--\n")
-            << false << "c|h|quoted-printable" << QByteArray("TWO") << QByteArray("--b--")
-            << QByteArray("H\n") << QByteArray("--b\nContent-Type: text/plain; charset=c");
-        QTest::newRow("unclosed level ends at the trailer")
-            << QByteArray("Content-Type: multipart/mixed; boundary=b\n\n--b\n"
-                          "Content-Type: text/plain; charset=x\n\nBODY\n")
-            << false << "x|-|" << QByteArray("BODY") << QByteArray("<?xml") << QByteArray()
-            << QByteArray();
-        QTest::newRow("single part plain")
-            << QByteArray("Subject: s\nContent-Type: text/plain; charset=\"utf-8\"\n"
-                          "Content-Transfer-Encoding: 8bit\n\nBODY\n")
-            << false << "utf-8|-|8bit" << QByteArray("BODY") << QByteArray("<?xml") << QByteArray()
-            << QByteArray();
-        QTest::newRow("single part without content type")
-            << QByteArray("Subject: s\n\nBODY\n") << false << "|-|" << QByteArray("BODY")
-            << QByteArray("<?xml") << QByteArray() << QByteArray();
-        QTest::newRow("single part html")
-            << QByteArray("Content-Type: text/html\n\nBODY\n") << false << "-||" << QByteArray()
-            << QByteArray() << QByteArray("BODY") << QByteArray("<?xml");
-        QTest::newRow("single part image has no body")
-            << QByteArray("Content-Type: image/png\n\nBODY\n") << false << "-|-|-" << QByteArray()
-            << QByteArray() << QByteArray() << QByteArray();
+        const QByteArrayList plain = {"BODY", "--b--", "", ""};
+        row("format=flowed cut", one("Content-Type: text/plain; charset=us-ascii; format=flowed\n"),
+            "us-ascii|-|", plain);
+        row("semicolon ending", one("Content-Type: text/plain; charset=utf-8;\n"), "utf-8|-|",
+            plain);
+        row("quoted semicolon ending",
+            one("Content-Type: text/html; charset=\"koi8-r\";\n\tdelsp=yes\n"), "-|koi8-r|",
+            {"", "", "BODY", "--b--"});
+        row("charset on continuation line",
+            one("Content-Type: text/plain;\n\tcharset=\"windows-1252\"\n"
+                "Content-Transfer-Encoding: 8bit\n"),
+            "windows-1252|-|8bit", plain);
+        row("prefix ignores case", one("content-type: TEXT/PLAIN; CHARSET=iso-8859-1\n"),
+            "iso-8859-1|-|", plain);
+        row("last text part wins, encoding shared",
+            "Content-Type: multipart/mixed; boundary=b\n\n"
+            "--b\nContent-Type: text/plain; charset=a\nContent-Transfer-Encoding: 7bit\n\nONE\n"
+            "--b\nContent-Type: text/html; charset=h\nContent-Transfer-Encoding: base64\n\nH\n"
+            "--b\nContent-Type: text/plain; charset=c\n"
+            "Content-Transfer-Encoding: quoted-printable\n\nTWO\n--b--\n",
+            "c|h|quoted-printable",
+            {"TWO", "--b--", "H\n", "--b\nContent-Type: text/plain; charset=c"});
+        row("unclosed level ends at the trailer",
+            "Content-Type: multipart/mixed; boundary=b\n\n--b\n"
+            "Content-Type: text/plain; charset=x\n\nBODY\n",
+            "x|-|", {"BODY", "<?xml", "", ""});
+        row("single part plain",
+            "Subject: s\nContent-Type: text/plain; charset=\"utf-8\"\n"
+            "Content-Transfer-Encoding: 8bit\n\nBODY\n",
+            "utf-8|-|8bit", {"BODY", "<?xml", "", ""});
+        row("single part without content type", "Subject: s\n\nBODY\n", "|-|",
+            {"BODY", "<?xml", "", ""});
+        row("single part html", "Content-Type: text/html\n\nBODY\n", "-||",
+            {"", "", "BODY", "<?xml"});
+        row("single part image has no body", "Content-Type: image/png\n\nBODY\n", "-|-|-",
+            {"", "", "", ""});
     }
     void textBodies() {
         QFETCH(QByteArray, message);
         QFETCH(bool, crlf);
         QFETCH(QString, charsets);
-        QFETCH(QByteArray, plainFrom);
-        QFETCH(QByteArray, plainTo);
-        QFETCH(QByteArray, htmlFrom);
-        QFETCH(QByteArray, htmlTo);
+        QFETCH(QByteArrayList, markers);
         if (crlf)
             message.replace("\n", "\r\n");
         const QByteArray file = Emlx(message);
+        // A delimiter line's length counts its text, where "\r\n" is one
+        // character: in a CRLF file the end lands one byte into the line.
+        const int shift = crlf ? 1 : 0;
+        QVector<qint64> expected;
+        for (int i = 0; i < 4; i += 2) {
+            const qint64 start = markers[i].isEmpty() ? 0 : file.indexOf(markers[i]);
+            expected << start
+                     << (markers[i + 1].isEmpty()
+                             ? 0
+                             : file.indexOf(markers[i + 1], int(start)) + shift);
+        }
         MailItem* item = NewMailItem();
         QVERIFY(AnalyseMessageFile(Write(file), item));
         auto text = [](const char* s) { return s ? QString::fromLatin1(s) : QStringLiteral("-"); };
         const QString got = text(item->pPlainCharset) + "|" + text(item->pHtmlCharset) + "|" +
                             text(item->pTransferEncoding);
-        const qint64 ps = plainFrom.isEmpty() ? 0 : file.indexOf(plainFrom);
-        // A delimiter line's length counts its text, where "\r\n" is one
-        // character: in a CRLF file the end lands one byte into the line.
-        const int shift = crlf ? 1 : 0;
-        const qint64 pe = plainTo.isEmpty() ? 0 : file.indexOf(plainTo, int(ps)) + shift;
-        const qint64 hs = htmlFrom.isEmpty() ? 0 : file.indexOf(htmlFrom);
-        const qint64 he = htmlTo.isEmpty() ? 0 : file.indexOf(htmlTo, int(hs)) + shift;
-        const qint64 plainStart = item->llPlainStart, plainEnd = item->llPlainEnd;
-        const qint64 htmlStart = item->llHtmlStart, htmlEnd = item->llHtmlEnd;
+        const QVector<qint64> ranges = {item->llPlainStart, item->llPlainEnd, item->llHtmlStart,
+                                        item->llHtmlEnd};
         FreeMailItem(item);
         QCOMPARE(got, charsets);
-        QCOMPARE(plainStart, ps);
-        QCOMPARE(plainEnd, pe);
-        QCOMPARE(htmlStart, hs);
-        QCOMPARE(htmlEnd, he);
+        QCOMPARE(ranges, expected);
     }
 };
 
