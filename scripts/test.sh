@@ -17,8 +17,8 @@ xvfb-run -a -s "-screen 0 1600x1000x24" ctest --test-dir build/release --output-
 
 cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DPELLOMAR_SANITIZE=ON >/dev/null
 cmake --build build/asan -j"$jobs"
-echo "== Tests (AddressSanitizer + UndefinedBehaviorSanitizer build; Qt WebEngine tests left out) =="
+echo "== Tests (AddressSanitizer + UndefinedBehaviorSanitizer + LeakSanitizer build) =="
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-xvfb-run -a -s "-screen 0 1600x1000x24" ctest --test-dir build/asan --output-on-failure -j"$jobs" -LE webengine
+xvfb-run -a -s "-screen 0 1600x1000x24" ctest --test-dir build/asan --output-on-failure -j"$jobs"

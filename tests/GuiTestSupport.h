@@ -21,7 +21,7 @@ struct SeenBox {
 // its title and text, and presses `button` in it.
 inline std::shared_ptr<SeenBox> AnswerNextMessageBox(QMessageBox::StandardButton button) {
     auto seen = std::make_shared<SeenBox>();
-    auto* timer = new QTimer;
+    auto* timer = new QTimer(qApp);
     auto tries = std::make_shared<int>(0);
     QObject::connect(timer, &QTimer::timeout, [timer, seen, tries, button] {
         auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());

@@ -87,6 +87,12 @@ PreviewWindow::~PreviewWindow() {
         pMainWindow = nullptr;
     if (pPreviewWindow == this)
         pPreviewWindow = nullptr;
+    // An idle worker goes with the window. A running one may be inside a call
+    // to this window, so it is only asked to stop.
+    if (m_pScaningThread && m_pScaningThread->isRunning())
+        bStopFlag = true;
+    else
+        delete m_pScaningThread;
     delete m_pSelectData;
     delete ui;
 }
