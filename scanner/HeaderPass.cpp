@@ -9,6 +9,9 @@
 #include <cstring>
 #include <ctime>
 #include <locale.h>
+#ifdef __APPLE__
+#include <xlocale.h>
+#endif
 #include <vector>
 
 namespace {

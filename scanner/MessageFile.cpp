@@ -26,6 +26,18 @@ inline char Lower(char c) {
     return (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
 }
 
+// Start of the line holding offset at, not looking before from.
+qint64 LineStartBefore(const char* data, qint64 from, qint64 at) {
+#ifdef __GLIBC__
+    const void* nl = at > from ? memrchr(data + from, '\n', size_t(at - from)) : nullptr;
+    return nl ? static_cast<const char*>(nl) - data + 1 : from;
+#else
+    while (at > from && data[at - 1] != '\n')
+        --at;
+    return at;
+#endif
+}
+
 } // namespace
 
 qint64 SatAdd(qint64 a, qint64 b) {
@@ -353,8 +365,7 @@ void MessageFile::SkipToHeaderLine() {
         m_pos = m_size;
         return;
     }
-    const void* nl = stop > pos ? memrchr(d + pos, '\n', size_t(stop - pos)) : nullptr;
-    m_pos = nl ? static_cast<const char*>(nl) - d + 1 : pos;
+    m_pos = LineStartBefore(d, pos, stop);
 }
 
 template <typename Interesting> void MessageFile::SkipLines(Interesting interesting, bool doctype) {
@@ -444,8 +455,7 @@ qint64 MessageFile::MessageTextEnd() {
         const qint64 t = m_trailer.From(from);
         if (t < 0)
             break;
-        const void* prevNl = t > 0 ? memrchr(m_data, '\n', size_t(t)) : nullptr;
-        const qint64 lineStart = prevNl ? static_cast<const char*>(prevNl) - m_data + 1 : 0;
+        const qint64 lineStart = LineStartBefore(m_data, 0, t);
         if (!memchr(m_data + lineStart, '\0', size_t(t - lineStart))) {
             end = qMin(end, lineStart);
             break;
