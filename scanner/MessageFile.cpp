@@ -323,8 +323,8 @@ void MessageFile::SkipBodyLines(bool declarations) {
     static const FirstBytes withDeclarations("-Cc");
     static const FirstBytes delimitersOnly("-");
     const bool* table = declarations ? withDeclarations.table : delimitersOnly.table;
-    SkipLines([table](const char* p, const char*) { return table[static_cast<unsigned char>(*p)]; },
-              false);
+    SkipLines(
+        [table](const char* p, const char*) { return table[static_cast<unsigned char>(*p)]; });
 }
 
 void MessageFile::SkipToHeaderLine() {
@@ -368,17 +368,12 @@ void MessageFile::SkipToHeaderLine() {
     m_pos = LineStartBefore(d, pos, stop);
 }
 
-template <typename Interesting> void MessageFile::SkipLines(Interesting interesting, bool doctype) {
+template <typename Interesting> void MessageFile::SkipLines(Interesting interesting) {
     const char* d = m_data;
     const char* end = m_data + m_size;
     qint64 pos = m_pos;
-    // No line holding a mark may be passed over.
-    qint64 stop = m_trailer.From(pos);
-    if (doctype) {
-        const qint64 dt = m_doctype.FirstIn(pos, stop < 0 ? m_size : stop);
-        if (dt >= 0)
-            stop = dt;
-    }
+    // No line holding the trailer mark may be passed over.
+    const qint64 stop = m_trailer.From(pos);
     if (pos >= m_size || interesting(d + pos, end)) {
         m_pos = pos;
         return;

@@ -54,7 +54,7 @@ struct Line {
     mutable bool nl = false;
 
     void Cut() const;
-    // Bytes of the text without its final "\n"; the text is Content() plus
+    // Bytes of the text without its final "\n"; the text is those bytes plus
     // "\n" when HasNewline().
     qint64 ContentLen() const {
         Cut();
@@ -130,7 +130,7 @@ public:
 
 private:
     bool LineHas(const Line& line, NeedleFinder& finder);
-    template <typename Interesting> void SkipLines(Interesting interesting, bool doctype);
+    template <typename Interesting> void SkipLines(Interesting interesting);
 
     QFile m_file;
     const char* m_data = nullptr;
