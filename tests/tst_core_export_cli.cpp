@@ -115,21 +115,8 @@ private slots:
             qWarning("rewrote %s", qPrintable(expectedDir));
         }
         QCOMPARE(files, FilesBelow(expectedDir));
-        for (const QString& f : files) {
-            const QByteArray got = ReadFile(package + "/" + f);
-            const QByteArray want = ReadFile(expectedDir + "/" + f);
-            if (got != want) {
-                const QList<QByteArray> g = got.split('\n'), w = want.split('\n');
-                int line = 0;
-                while (line < qMin(g.size(), w.size()) && g[line] == w[line])
-                    ++line;
-                QFAIL(qPrintable(QString("%1 differs at line %2:\n got:  %3\n want: %4")
-                                     .arg(f)
-                                     .arg(line + 1)
-                                     .arg(QString::fromLatin1(g.value(line)),
-                                          QString::fromLatin1(w.value(line)))));
-            }
-        }
+        for (const QString& f : files)
+            QVERIFY2(ReadFile(package + "/" + f) == ReadFile(expectedDir + "/" + f), qPrintable(f));
 
         // The listing: the package, then each mbox file with its count.
         QStringList listing = QString::fromUtf8(r.out).split('\n', Qt::SkipEmptyParts);
@@ -178,7 +165,6 @@ private slots:
         const QString file = QStringLiteral(PELLOMAR_SOURCE_DIR "/CMakeLists.txt");
         QTest::newRow("nothing") << QStringList{} << 2 << "Usage: pellomar-cli export";
         QTest::newRow("no destination") << QStringList{"@STORE@"} << 2 << "Usage:";
-        QTest::newRow("three paths") << QStringList{"@STORE@", "@DEST@", "x"} << 2 << "Usage:";
         QTest::newRow("unknown option")
             << QStringList{"@STORE@", "@DEST@", "--all"} << 2 << "unknown option '--all'";
         QTest::newRow("folder without a path")

@@ -192,22 +192,6 @@ private slots:
         QCOMPARE(ReadFile(m_package + "/Contents/PkgInfo"), QByteArray("rge OPIM"));
     }
 
-    void stopFromAnotherThread() {
-        build({});
-        ScaningThread thread;
-        QSignalSpy finished(&thread, &ScaningThread::FinishScaning);
-        connect(
-            &thread, &ScaningThread::CurrentValue, &thread, [] { bStopFlag = true; },
-            Qt::DirectConnection);
-        IsPreview = false;
-        thread.SetInitialSettings();
-        QVERIFY(thread.wait(30000));
-        IsPreview = true;
-        QCOMPARE(finished.count(), 0);
-        QCOMPARE(ReadFile(m_package + kWorkMbox), kSep + "Subject: m1\n\n>From me 1\n");
-        QVERIFY(!bStopFlag);
-    }
-
     // Files that cannot be read or written.
     void failures_data() {
         QTest::addColumn<QString>("damage");
