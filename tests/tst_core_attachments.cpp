@@ -59,58 +59,53 @@ private slots:
         QTest::addColumn<QByteArray>("message");
         QTest::addColumn<QStringList>("names");
         QTest::addColumn<bool>("framed");
-        QTest::newRow("disposition with file name")
-            << WithPart("Content-Type: image/png; name=\"a.png\"\n"
-                        "Content-Disposition: attachment; filename=\"a.png\"\n")
-            << QStringList{"a.png"} << true;
-        QTest::newRow("inline image with content id, name completed")
-            << WithPart("Content-Type: image/gif; name=\"logo\"\nContent-ID: <part1>\n")
-            << QStringList{"logo.gif"} << true;
-        QTest::newRow("text body marker is no content id")
-            << WithPart("Content-Type: image/png; name=\"a.png\"\nContent-ID: html-body\n")
-            << QStringList() << true;
-        QTest::newRow("name and file name on tab lines")
-            << WithPart("Content-Type: application/pdf;\n\tname=\"x.pdf\"\n"
-                        "Content-Disposition: attachment;\n\tfilename=\"x.pdf\"\n")
-            << QStringList{"x.pdf"} << true;
-        QTest::newRow("unquoted continuation name")
-            << WithPart("Content-Type: video/mp4;\n name=clip;\nContent-ID: <c>\n")
-            << QStringList{"clip.mp4"} << true;
-        QTest::newRow("dotted name kept whatever the type")
-            << WithPart("Content-Type: image/png; name=\"a.jpg\"\nContent-ID: <c>\n")
-            << QStringList{"a.jpg"} << true;
-        QTest::newRow("no name") << WithPart("Content-Type: image/png;\nContent-ID: <c>\n")
-                                 << QStringList{".png"} << true;
-        QTest::newRow("encoded name")
-            << WithPart("Content-Type: application/pdf; name=\"=?utf-8?B?" + B64("résumé.pdf") +
-                        "?=\"\nContent-ID: <c>\n")
-            << QStringList{QString::fromUtf8("résumé.pdf")} << true;
-        QTest::newRow("disposition without file name")
-            << WithPart("Content-Type: image/png; name=\"a.png\"\nContent-Disposition: inline\n")
-            << QStringList() << true;
-        QTest::newRow("text part never listed")
-            << WithPart("Content-Type: text/plain; name=\"a.txt\"\n"
-                        "Content-Disposition: attachment; filename=\"a.txt\"\n")
-            << QStringList() << true;
-        QTest::newRow("unknown line before the type stops the part")
-            << WithPart("X-Foo: 1\nContent-Type: image/png; name=\"a.png\"\nContent-ID: <c>\n")
-            << QStringList() << true;
-        QTest::newRow("base64 line first is passed over")
-            << WithPart("Content-Transfer-Encoding: base64\n"
-                        "Content-Type: image/png; name=\"a.png\"\nContent-ID: <c>\n")
-            << QStringList{"a.png"} << true;
-        QTest::newRow("innermost level first")
-            << QByteArray("Content-Type: multipart/mixed; boundary=\"o\"\n\n"
-                          "--o\nContent-Type: application/pdf; name=\"outer.pdf\"\n"
-                          "Content-Disposition: attachment; filename=\"outer.pdf\"\n\nX\n"
-                          "--o\nContent-Type: multipart/related; boundary=\"i\"\n\n"
-                          "--i\nContent-Type: image/png; name=\"inner.png\"\n"
-                          "Content-ID: <i>\n\nY\n--i--\n--o--\n")
-            << QStringList{"inner.png", "outer.pdf"} << true;
-        QTest::newRow("header cut by the end of the file")
-            << QByteArray("Content-Type: multipart/mixed; boundary=\"b\"\n\n--b\n"
-                          "Content-Type: image/png; name=\"a.png\"\nContent-ID: <c>\n")
-            << QStringList() << false;
+        auto row = [](const char* name, const QByteArray& message, const QStringList& names,
+                      bool framed = true) { QTest::newRow(name) << message << names << framed; };
+        row("disposition with file name",
+            WithPart("Content-Type: image/png; name=\"a.png\"\nContent-Disposition: attachment; "
+                     "filename=\"a.png\"\n"),
+            {"a.png"});
+        row("inline image with content id, name completed",
+            WithPart("Content-Type: image/gif; name=\"logo\"\nContent-ID: <part1>\n"),
+            {"logo.gif"});
+        row("text body marker is no content id",
+            WithPart("Content-Type: image/png; name=\"a.png\"\nContent-ID: html-body\n"), {});
+        row("name and file name on tab lines",
+            WithPart("Content-Type: application/pdf;\n\tname=\"x.pdf\"\nContent-Disposition: "
+                     "attachment;\n\tfilename=\"x.pdf\"\n"),
+            {"x.pdf"});
+        row("unquoted continuation name",
+            WithPart("Content-Type: video/mp4;\n name=clip;\nContent-ID: <c>\n"), {"clip.mp4"});
+        row("dotted name kept whatever the type",
+            WithPart("Content-Type: image/png; name=\"a.jpg\"\nContent-ID: <c>\n"), {"a.jpg"});
+        row("no name", WithPart("Content-Type: image/png;\nContent-ID: <c>\n"), {".png"});
+        row("encoded name",
+            WithPart("Content-Type: application/pdf; name=\"=?utf-8?B?" + B64("résumé.pdf") +
+                     "?=\"\nContent-ID: <c>\n"),
+            {QString::fromUtf8("résumé.pdf")});
+        row("disposition without file name",
+            WithPart("Content-Type: image/png; name=\"a.png\"\nContent-Disposition: inline\n"), {});
+        row("text part never listed",
+            WithPart("Content-Type: text/plain; name=\"a.txt\"\nContent-Disposition: attachment; "
+                     "filename=\"a.txt\"\n"),
+            {});
+        row("unknown line before the type stops the part",
+            WithPart("X-Foo: 1\nContent-Type: image/png; name=\"a.png\"\nContent-ID: <c>\n"), {});
+        row("base64 line first is passed over",
+            WithPart("Content-Transfer-Encoding: base64\nContent-Type: image/png; "
+                     "name=\"a.png\"\nContent-ID: <c>\n"),
+            {"a.png"});
+        row("innermost level first",
+            QByteArray("Content-Type: multipart/mixed; boundary=\"o\"\n\n--o\nContent-Type: "
+                       "application/pdf; name=\"outer.pdf\"\nContent-Disposition: attachment; "
+                       "filename=\"outer.pdf\"\n\nX\n--o\nContent-Type: multipart/related; "
+                       "boundary=\"i\"\n\n--i\nContent-Type: image/png; "
+                       "name=\"inner.png\"\nContent-ID: <i>\n\nY\n--i--\n--o--\n"),
+            {"inner.png", "outer.pdf"});
+        row("header cut by the end of the file",
+            QByteArray("Content-Type: multipart/mixed; boundary=\"b\"\n\n--b\nContent-Type: "
+                       "image/png; name=\"a.png\"\nContent-ID: <c>\n"),
+            {}, false);
     }
     void names() {
         QFETCH(QByteArray, message);
