@@ -376,6 +376,12 @@ void PreviewWindow::OnNewItem(QString subject, QString number, void* folderItem,
 void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
     if (!item)
         return;
+    // A click on the tick box has already changed the check state; the code
+    // in column 7 still holds the old one.
+    const unsigned code = item->text(ColTickCode).toUInt();
+    const Qt::CheckState state = item->checkState(ColName);
+    if ((state == Qt::Checked && code != 1) || (state == Qt::Unchecked && code != 0))
+        LeftTreeWidgetItem(item);
     ClearPreview();
     m_pCenterTreeWidget->clear();
     const FldrAtrib* folder =
@@ -486,8 +492,6 @@ void PreviewWindow::OnOpenFile() {
     m_pSelectData->show();
     m_pSelectData->raise();
 }
-
-void PreviewWindow::OnSavingFiles() {}
 
 void PreviewWindow::ShowScanningProgBar() {
     m_pInitialProcessInfo->Stop();

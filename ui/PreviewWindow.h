@@ -38,6 +38,14 @@ public:
     // Frees every folder, message and attachment record of the last scan.
     void CleanListAndHash();
 
+    // Tick boxes: after the user changed the tick of `item`, keep the tree,
+    // the codes in column 7 and the folder records' tick states in step.
+    void LeftTreeWidgetItem(QTreeWidgetItem* item);
+    void MarkDirToRootCheckedOrUnchecked(unsigned char state, unsigned long long id);
+    void MarkChildAccordingToParent(QTreeWidgetItem* item, unsigned char state);
+    void MarkParentAccordingToChild(QTreeWidgetItem* item);
+    void SetRecoverSelectedState();
+
     QTreeWidget* m_pLeftTreeWidget = nullptr;
     QTreeWidget* m_pCenterTreeWidget = nullptr;
     TextBrowser* m_pTextBrowser = nullptr;
@@ -97,6 +105,8 @@ public slots:
     void OnKnowledgebase();
 
 protected:
+    // Asks where to save; tests replace it.
+    virtual QString AskForSaveDirectory();
     void closeEvent(QCloseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
@@ -113,6 +123,7 @@ private:
     void ClearPreview();
     void SetFileActionsEnabled(bool open, bool save);
     void OpenSupportLink(const QString& key);
+    QTreeWidgetItem* FolderItem(unsigned long long id) const;
 
     Ui::MainWindowUi* ui;
 };

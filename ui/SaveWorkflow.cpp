@@ -1,0 +1,67 @@
+// The Save command: checks that something is ticked, asks where to save,
+// settles the package name and starts the worker in export mode.
+#include "Globals.h"
+#include "PreviewWindow.h"
+#include "Records.h"
+#include "SaveTimeStamp.h"
+#include "ScaningThread.h"
+
+#include <QAction>
+#include <QDateTime>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QMessageBox>
+
+QString PreviewWindow::AskForSaveDirectory() {
+    return QFileDialog::getExistingDirectory(
+        this, QStringLiteral("Open Directory"), QDir::homePath(),
+        QFileDialog::ShowDirsOnly | QFileDialog::DontResolveSymlinks);
+}
+
+void PreviewWindow::OnSavingFiles() {
+    if (!StartFldrAtrib || (StartFldrAtrib->ucTickState != 1 && StartFldrAtrib->ucTickState != 2)) {
+        QMessageBox::information(nullptr, QStringLiteral("Pellomar"),
+                                 QStringLiteral("Select a folder to save."), QMessageBox::Ok);
+        return;
+    }
+    if (bProcessRunning || m_pScaningThread->isRunning())
+        return;
+    strTime = MakeSaveTimeStamp(QDateTime::currentDateTime());
+    saveDir = AskForSaveDirectory();
+    if (saveDir.isEmpty())
+        return;
+    const QFileInfo dest(saveDir + QStringLiteral("/"));
+    if (!dest.isDir())
+        return;
+    if (!dest.isWritable()) {
+        QMessageBox::information(this, QStringLiteral("Pellomar"),
+                                 QStringLiteral("No write permission for selected destination. "
+                                                "Choose another location to save converted file."),
+                                 QMessageBox::Ok);
+        return;
+    }
+    mainIdentity = QStringLiteral("/Main Identity_") + strTime + QStringLiteral(".rge");
+    const QString target = saveDir + mainIdentity;
+    if (!QFileInfo::exists(target)) {
+        m_pSaveFile->setEnabled(false);
+        m_pSaveFileMenu->setEnabled(false);
+        m_pOpenFile->setEnabled(false);
+        m_pOpenFileMenu->setEnabled(false);
+        IsPreview = false;
+        m_pScaningThread->SetInitialSettings();
+        return;
+    }
+    const auto answer = QMessageBox::warning(
+        this, QStringLiteral("Pellomar"),
+        QStringLiteral("MBOX file already exists at this location, Do you want to replace it?"),
+        QMessageBox::Yes | QMessageBox::No);
+    if (answer == QMessageBox::Yes) {
+        RunShellCommand(QStringLiteral("rm -r ") + ShellQuote(target));
+        IsPreview = false;
+        m_pScaningThread->SetInitialSettings();
+    } else {
+        // The user has to choose Save again after picking another folder.
+        saveDir = AskForSaveDirectory();
+    }
+}
