@@ -6,7 +6,7 @@
 QMap<QString, QString> ReadPlistStrings(const QString& path) {
     QMap<QString, QString> values;
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
         return values;
     QXmlStreamReader xml(&file);
     QString key;
