@@ -37,6 +37,8 @@ public:
         g_interrupted = 0;
         struct sigaction action = {};
         action.sa_handler = OnInterrupt;
+        // A second Ctrl-C ends the process at once.
+        action.sa_flags = SA_RESETHAND;
         sigemptyset(&action.sa_mask);
         sigaction(SIGINT, &action, &m_previous);
     }
