@@ -109,23 +109,31 @@ template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) 
     qint64 i = 0;
 #if defined(__GNUC__) || defined(__clang__)
     // Sixteen bytes at a time with the compiler's portable vector types.
-    typedef unsigned char V16 __attribute__((vector_size(16)));
-    for (; i + 17 <= size; i += 16) {
-        V16 v, next;
-        memcpy(&v, data + i, 16);
-        memcpy(&next, data + i + 1, 16);
-        const V16 bad = (v == 0) | (v == '\r') | (v == '<') | (v >= 0x80);
-        const V16 lineF = (v == '\n') & (next == 'F');
+    typedef signed char V16 __attribute__((vector_size(16)));
+    auto load = [data](qint64 at) {
+        V16 v;
+        memcpy(&v, data + at, 16);
+        return v;
+    };
+    // Bytes that stop the run (high bytes are the negative ones), and "\n"
+    // followed by "F".
+    auto bad = [](V16 v) { return (v == 0) | (v == '\r') | (v == '<') | (v < 0); };
+    auto lineF = [](V16 v, V16 next) { return (v == '\n') & (next == 'F'); };
+    auto any = [](V16 v) {
         quint64 halves[2];
-        memcpy(halves, &bad, 16);
-        if (halves[0] | halves[1])
+        memcpy(halves, &v, 16);
+        return (halves[0] | halves[1]) != 0;
+    };
+    for (; i + 17 <= size; i += 16) {
+        const V16 v = load(i);
+        const V16 next = load(i + 1);
+        if (!any(bad(v) | lineF(v, next)))
+            continue;
+        if (any(bad(v)))
             break;
-        memcpy(halves, &lineF, 16);
-        if (halves[0] | halves[1]) {
-            for (qint64 k = i; k < i + 16; ++k)
-                if (data[k] == '\n')
-                    check(k + 1);
-        }
+        for (qint64 k = i; k < i + 16; ++k)
+            if (data[k] == '\n')
+                check(k + 1);
     }
 #endif
     for (; i < size; ++i) {
