@@ -1,6 +1,7 @@
 #include "PreviewWindow.h"
 #include "Globals.h"
 #include "PlistStrings.h"
+#include "PreviewDecoding.h"
 #include "ProgressDialogs.h"
 #include "QImportWindow.h"
 #include "Records.h"
@@ -14,6 +15,7 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDesktopServices>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QHeaderView>
 #include <QLabel>
@@ -415,6 +417,7 @@ void PreviewWindow::ClearPreview() {
     m_strFullFrom.clear();
     m_strFullTo.clear();
     m_strFullSubject.clear();
+    m_attachmentFiles.clear();
 }
 
 void PreviewWindow::OnMessageSubjectChanged() {
@@ -429,6 +432,9 @@ void PreviewWindow::OnMessageSubjectChanged() {
 
 void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
     ClearPreview();
+    // The decoded attachments of the previous message go first.
+    if (QFileInfo(AttachmentFolder()).isDir())
+        RunShellCommand(QStringLiteral("rm -R ") + ShellQuote(AttachmentFolder()));
     QTreeWidgetItem* folderItem = m_pLeftTreeWidget->currentItem();
     if (!item || !folderItem)
         return;
@@ -459,9 +465,49 @@ void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
     }
     if (mail->pDate)
         f->dateBrowser->setText(QString::fromLatin1(mail->pDate, int(mail->ulDateSize)));
+
+    // The HTML body when there is one, otherwise the plain one.
+    const QString path = Utf16Text(mail->pPath, mail->ulPathSize);
+    if (mail->llHtmlStart && mail->llHtmlEnd) {
+        m_pTextBrowser->ShowBody(DecodeBodyRange(path, mail->llHtmlStart, mail->llHtmlEnd,
+                                                 mail->pTransferEncoding, mail->pHtmlCharset),
+                                 true);
+    } else if (mail->llPlainStart && mail->llPlainEnd) {
+        m_pTextBrowser->ShowBody(DecodeBodyRange(path, mail->llPlainStart, mail->llPlainEnd,
+                                                 mail->pTransferEncoding, mail->pPlainCharset),
+                                 false);
+    }
+
+    if (!mail->pAttachTail) {
+        f->comBoxAttch->hide();
+        return;
+    }
+    f->comBoxAttch->addItem(QStringLiteral("Attachment List"));
+    f->comBoxAttch->show();
+    for (const AttachmentEntry* a = mail->pAttachHead; a; a = a->pNext)
+        f->comBoxAttch->addItem(QIcon(QStringLiteral(":/images/img_Attachment.png")),
+                                Utf16Text(a->pName, a->ulNameSize));
+    m_attachmentFiles = WriteAttachments(mail, AttachmentFolder());
 }
 
-void PreviewWindow::OnIndexChange(int) {}
+void PreviewWindow::OnIndexChange(int index) {
+    if (index <= 0 || index > m_attachmentFiles.size())
+        return;
+    const QString folder = AttachmentFolder();
+    const QString output = folder + QStringLiteral("/sys_mail_att");
+    RunShellCommand(QStringLiteral("xdg-open ") +
+                    ShellQuote(folder + QLatin1Char('/') + m_attachmentFiles.at(index - 1)) +
+                    QStringLiteral(">& ") + ShellQuote(output));
+    QFile result(output);
+    if (!result.open(QIODevice::ReadOnly | QIODevice::Text))
+        return;
+    const QByteArray first = result.readLine();
+    // The first text is what macOS "open" prints, the second xdg-open's.
+    if (first.contains("No application knows how to open") ||
+        first.contains("no method available for opening"))
+        QMessageBox::information(this, QStringLiteral("Pellomar"),
+                                 QStringLiteral("Unknown file format."), QMessageBox::Ok);
+}
 
 // ---- scan, save, progress ------------------------------------------------
 

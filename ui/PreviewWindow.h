@@ -76,6 +76,8 @@ public:
     QString m_strFullFrom;
     QString m_strFullTo;
     QString m_strFullSubject;
+    // Files of the shown message's decoded attachments, in list order.
+    QStringList m_attachmentFiles;
 
 public slots:
     void OnStartScanning();

@@ -124,3 +124,24 @@ void TextBrowser::ClearFields() {
     ui->subjBrowser->clear();
     ui->comBoxAttch->hide();
 }
+
+void TextBrowser::ShowBody(const QString& text, bool html) {
+    if (!m_pWebView)
+        return;
+    const QByteArray bytes = text.toUtf8();
+    // Pages above about 2 MB cannot be handed over directly; they are shown
+    // from a file beside the empty page.
+    if (bytes.size() < 1500000) {
+        m_pWebView->setContent(bytes, html ? QStringLiteral("text/html;charset=UTF-8")
+                                           : QStringLiteral("text/plain;charset=UTF-8"));
+        return;
+    }
+    const QString path = TempDir() + (html ? QStringLiteral("/Tressaly-body.html")
+                                           : QStringLiteral("/Tressaly-body.txt"));
+    QFile page(path);
+    if (page.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        page.write(bytes);
+        page.close();
+        m_pWebView->load(QUrl::fromLocalFile(path));
+    }
+}

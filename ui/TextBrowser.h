@@ -20,6 +20,8 @@ public:
     void SetWindowLayout();
     // Deletes and recreates the empty page, and shows it.
     void ShowEmptyPage();
+    // Shows a message body: HTML as it is, plain text as text.
+    void ShowBody(const QString& text, bool html);
     // Clears the four header fields and the attachment list, and hides it.
     void ClearFields();
 

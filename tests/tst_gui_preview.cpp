@@ -1,0 +1,139 @@
+// What the preview reads back from a message: body text by transfer encoding
+// and charset, and decoded attachments with safe file names.
+#include "Globals.h"
+#include "MessageAnalysis.h"
+#include "PreviewDecoding.h"
+#include "Records.h"
+#include "TestSupport.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+// Writes a message, analyses it and returns its record (freed by the caller).
+MailItem* Analysed(const QString& path, const QByteArray& message) {
+    TestSupport::WriteFile(path, TestSupport::Emlx(message));
+    MailItem* item = NewMailItem();
+    SetUtf16(&item->pPath, &item->ulPathSize, path);
+    AnalyseMessageFile(path, item);
+    return item;
+}
+
+QByteArray Alternative(const QByteArray& plainHeaders, const QByteArray& plain,
+                       const QByteArray& htmlHeaders, const QByteArray& html) {
+    return "From: a@example.org\nSubject: t\nMIME-Version: 1.0\n"
+           "Content-Type: multipart/alternative; boundary=\"b1\"\n\n"
+           "--b1\n" +
+           plainHeaders + "\n" + plain + "\n--b1\n" + htmlHeaders + "\n" + html + "\n--b1--\n";
+}
+} // namespace
+
+class TestPreview : public QObject {
+    Q_OBJECT
+    QTemporaryDir dir;
+
+private slots:
+    // The transfer encoding is one field for both text parts (the last part
+    // sets it), so each message gives both parts the same encoding.
+    void bodyText_data() {
+        QTest::addColumn<QByteArray>("message");
+        QTest::addColumn<bool>("html");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("quoted-printable soft breaks and =3D")
+            << Alternative("Content-Type: text/plain; charset=utf-8\n"
+                           "Content-Transfer-Encoding: quoted-printable\n",
+                           "caf=C3=A9 a=3Db long=\nline\nnext",
+                           "Content-Type: text/html\nContent-Transfer-Encoding: quoted-printable\n",
+                           "")
+            << false << QString::fromUtf8("café a=b longline\nnext\n");
+        QTest::newRow("base64 latin-1")
+            << Alternative("Content-Type: text/plain; charset=iso-8859-1\n"
+                           "Content-Transfer-Encoding: base64\n",
+                           QByteArray("Gr\xfc\xdf"
+                                      "e\n")
+                               .toBase64(),
+                           "Content-Type: text/html\nContent-Transfer-Encoding: base64\n", "")
+            << false << QString::fromUtf8("Grüße\n");
+        QTest::newRow("html chosen over plain")
+            << Alternative("Content-Type: text/plain; charset=us-ascii\n", "plain text",
+                           "Content-Type: text/html; charset=\"utf-8\"\n"
+                           "Content-Transfer-Encoding: 8bit\n",
+                           "<p>\xc3\xa9t\xc3\xa9</p>")
+            << true << QString::fromUtf8("<p>été</p>\n");
+        QTest::newRow("korean code page read as cp949")
+            << Alternative("Content-Type: text/plain; charset=ks_c_5601-1987\n"
+                           "Content-Transfer-Encoding: base64\n",
+                           QByteArray("\xbe\xc8\xb3\xe7").toBase64(),
+                           "Content-Type: text/html\nContent-Transfer-Encoding: base64\n", "")
+            << false << QString::fromUtf8("안녕");
+    }
+    void bodyText() {
+        QFETCH(QByteArray, message);
+        QFETCH(bool, html);
+        QFETCH(QString, expected);
+        MailItem* m = Analysed(dir.path() + "/body.emlx", message);
+        const QString text =
+            html ? DecodeBodyRange(dir.path() + "/body.emlx", m->llHtmlStart, m->llHtmlEnd,
+                                   m->pTransferEncoding, m->pHtmlCharset)
+                 : DecodeBodyRange(dir.path() + "/body.emlx", m->llPlainStart, m->llPlainEnd,
+                                   m->pTransferEncoding, m->pPlainCharset);
+        FreeMailItem(m);
+        QCOMPARE(text, expected);
+    }
+
+    void noEncodingJoinsSoftBreaks() {
+        const QString path = dir.path() + "/raw.txt";
+        TestSupport::WriteFile(path, "ab=\ncd\nef=\n");
+        QCOMPARE(DecodeBodyRange(path, 0, 11, nullptr, "utf-8"), QStringLiteral("abcd\nef"));
+        QCOMPARE(DecodeBodyRange(dir.path() + "/missing", 0, 11, nullptr, nullptr), QString());
+    }
+
+    void safeNames_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("safe");
+        QTest::newRow("ordinary") << "report.pdf"
+                                  << "report.pdf";
+        QTest::newRow("path") << "../../etc/passwd"
+                              << ".._.._etc_passwd";
+        QTest::newRow("dot dot") << ".."
+                                 << "_..";
+        QTest::newRow("backslash and control") << "a\\b\tc"
+                                               << "a_b_c";
+        QTest::newRow("empty") << ""
+                               << "_";
+        QTest::newRow("quote and dollar kept") << "it's $x.txt"
+                                               << "it's $x.txt";
+    }
+    void safeNames() {
+        QFETCH(QString, name);
+        QFETCH(QString, safe);
+        QCOMPARE(SafeFileName(name), safe);
+    }
+
+    void attachmentsAreDecodedBesideEachOther() {
+        const QByteArray png = QByteArray("\x89PNG\r\n\x1a\n", 8) + QByteArray(300, '\x07');
+        const QByteArray b64 = png.toBase64();
+        QByteArray lines;
+        for (int i = 0; i < b64.size(); i += 76)
+            lines += b64.mid(i, 76) + "\n";
+        auto part = [&](const QByteArray& name) {
+            return "--m\nContent-Type: image/png; name=\"" + name +
+                   "\"\nContent-Disposition: attachment; filename=\"" + name +
+                   "\"\nContent-Transfer-Encoding: base64\n\n" + lines;
+        };
+        const QByteArray message = "Subject: a\nContent-Type: multipart/mixed; boundary=m\n\n"
+                                   "--m\nContent-Type: text/plain\n\nhi\n" +
+                                   part("a.png") + part("a.png") + part("../evil.png") + "--m--\n";
+        MailItem* m = Analysed(dir.path() + "/att.emlx", message);
+        const QString folder = dir.path() + "/att";
+        const QStringList names = WriteAttachments(m, folder);
+        FreeMailItem(m);
+        QCOMPARE(names, (QStringList{"0a.png", "1a.png", "2.._evil.png"}));
+        for (const QString& n : names)
+            QCOMPARE(TestSupport::ReadFile(folder + "/" + n), png);
+        QVERIFY(!QFileInfo::exists(dir.path() + "/evil.png"));
+    }
+};
+
+QTEST_MAIN(TestPreview)
+#include "tst_gui_preview.moc"
