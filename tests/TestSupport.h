@@ -2,15 +2,22 @@
 // Helpers shared by the tests.
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <QtGlobal>
 
 namespace TestSupport {
 
-inline QString SourceDir() { return QStringLiteral(PELLOMAR_SOURCE_DIR); }
-inline QString SampleStore() { return SourceDir() + QStringLiteral("/samples/store"); }
+inline QString SourceDir() {
+    return QStringLiteral(PELLOMAR_SOURCE_DIR);
+}
+inline QString SampleStore() {
+    return SourceDir() + QStringLiteral("/samples/store");
+}
 
 // Writes a file (and its folders); returns false on failure.
 inline bool WriteFile(const QString& path, const QByteArray& bytes) {
@@ -52,6 +59,44 @@ inline QString InstallSortedFind(const QString& dir) {
     if (!path.startsWith(dir.toLocal8Bit() + ":"))
         qputenv("PATH", dir.toLocal8Bit() + ":" + path);
     return dir;
+}
+
+// Copies every file below `from` to the same place below `to`; false when a
+// copy fails or there was nothing to copy.
+inline bool CopyFolder(const QString& from, const QString& to) {
+    QDirIterator it(from, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    int files = 0;
+    for (; it.hasNext(); ++files) {
+        const QString src = it.next();
+        if (!WriteFile(to + src.mid(from.size()), ReadFile(src)))
+            return false;
+    }
+    return files > 0;
+}
+
+// The built command-line tool.
+inline QString CliToolPath() {
+    return QStringLiteral(PELLOMAR_BINARY_DIR "/cli/pellomar-cli");
+}
+
+struct CliOutput {
+    int code = -1; // -1: crashed or did not finish within two minutes
+    QByteArray out;
+    QByteArray err;
+};
+
+// Runs pellomar-cli with the arguments and waits for it.
+inline CliOutput RunCliTool(const QStringList& args) {
+    QProcess p;
+    p.start(CliToolPath(), args);
+    CliOutput r;
+    if (!p.waitForFinished(120000))
+        return r;
+    r.code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.out = p.readAllStandardOutput();
+    r.err = p.readAllStandardError();
+    return r;
 }
 
 } // namespace TestSupport
