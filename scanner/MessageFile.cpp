@@ -1,5 +1,8 @@
 #include "MessageFile.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <QTextCodec>
 #include <QTextDecoder>
 
@@ -90,10 +93,21 @@ qint64 NeedleFinder::FirstIn(qint64 from, qint64 last) {
     qint64 found = -1, other = -1;
     const char* p = m_data + from;
     const char* const end = m_data + hi + 1;
+    qint64 released = from;
     while (p < end) {
-        p = static_cast<const char*>(memchr(p, m_needle[0], size_t(end - p)));
-        if (!p)
-            break;
+        // Look for the first byte a stretch at a time, giving back what lies behind.
+        const char* stretchEnd =
+            end - p > MessageFile::kReleaseStep ? p + MessageFile::kReleaseStep : end;
+        const char* hit = static_cast<const char*>(memchr(p, m_needle[0], size_t(stretchEnd - p)));
+        if (!hit) {
+            p = stretchEnd;
+            if (m_owner && p < end) {
+                m_owner->ReleaseBehind(released, p - m_data);
+                released = p - m_data;
+            }
+            continue;
+        }
+        p = hit;
         const qint64 pos = p - m_data;
         if (noteOther && other < 0 && m_other->At(pos))
             other = pos;
@@ -264,8 +278,21 @@ bool MessageFile::Open(const QString& path) {
     m_doctype.Reset(m_data, m_size);
     m_trailer.Pair(&m_doctype);
     m_doctype.Pair(&m_trailer);
+    m_trailer.SetOwner(this);
+    m_doctype.SetOwner(this);
     m_trailerLine = -1;
     return true;
+}
+
+void MessageFile::ReleaseBehind(qint64 from, qint64 pos) const {
+    static const qint64 page = qint64(sysconf(_SC_PAGESIZE));
+    const qint64 keep = 1024 * 1024;
+    const qint64 first = (qMax<qint64>(from, 0) + page - 1) / page * page;
+    const qint64 last = qMin(pos - keep, m_size) / page * page;
+    if (!m_data || last - first < kReleaseStep / 2)
+        return;
+    // The mapping starts on a page boundary, so these addresses are aligned.
+    madvise(const_cast<char*>(m_data) + first, size_t(last - first), MADV_DONTNEED);
 }
 
 bool MessageFile::ReadLine(Line* line) {
@@ -273,7 +300,12 @@ bool MessageFile::ReadLine(Line* line) {
         return false;
     const char* start = m_data + m_pos;
     const qint64 left = m_size - m_pos;
-    const void* nlp = memchr(start, '\n', size_t(left));
+    const void* nlp = nullptr;
+    for (qint64 at = 0; at < left && !nlp; at += kReleaseStep) {
+        nlp = memchr(start + at, '\n', size_t(qMin(kReleaseStep, left - at)));
+        if (!nlp)
+            ReleaseBehind(m_pos, m_pos + at + qMin(kReleaseStep, left - at));
+    }
     *line = Line();
     line->p = start;
     line->start = m_pos;
@@ -344,7 +376,12 @@ void MessageFile::SkipToHeaderLine() {
     };
     static const Label labels[] = {
         {2, "to:"}, {4, "from:"}, {4, "date:"}, {7, "subject:"}, {10, "x-priority:"}};
+    qint64 released = pos;
     for (qint64 at = pos; at < limit;) {
+        if (at - released >= kReleaseStep) {
+            ReleaseBehind(released, at);
+            released = at;
+        }
         const void* hit = memchr(d + at, ':', size_t(limit - at));
         if (!hit)
             break;
@@ -381,9 +418,14 @@ template <typename Interesting> void MessageFile::SkipLines(Interesting interest
     // pos is the start of a line to pass over; at is where the search for
     // line feeds goes on.
     qint64 at = pos;
+    qint64 released = pos;
 #ifdef __SSE2__
     const __m128i lf = _mm_set1_epi8('\n');
     while (at + 16 <= m_size) {
+        if (at - released >= kReleaseStep) {
+            ReleaseBehind(released, at);
+            released = at;
+        }
         const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at));
         unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(block, lf)));
         while (mask) {
@@ -403,6 +445,10 @@ template <typename Interesting> void MessageFile::SkipLines(Interesting interest
     }
 #endif
     while (at < m_size) {
+        if (at - released >= kReleaseStep) {
+            ReleaseBehind(released, at);
+            released = at;
+        }
         const void* nl = memchr(d + at, '\n', size_t(m_size - at));
         if (!nl)
             break;

@@ -20,11 +20,14 @@
 // header fields) does not search the whole file. Two finders whose texts
 // start with the same byte can be paired: a search for one also notes what
 // it met of the other, so one walk over the bytes serves both.
+class MessageFile;
+
 class NeedleFinder {
 public:
     NeedleFinder(const char* needle, int size) : m_needle(needle), m_size(size) {}
     void Reset(const char* data, qint64 size);
     void Pair(NeedleFinder* other) { m_other = other; }
+    void SetOwner(MessageFile* owner) { m_owner = owner; }
     // First occurrence starting in [from, last], or -1.
     qint64 FirstIn(qint64 from, qint64 last);
     // First occurrence starting at or after from, or -1.
@@ -37,6 +40,7 @@ private:
     const char* m_needle;
     int m_size;
     NeedleFinder* m_other = nullptr;
+    MessageFile* m_owner = nullptr;
     const char* m_data = nullptr;
     qint64 m_dataSize = 0;
     qint64 m_lo = 0, m_hi = -1; // starts searched by the last search
@@ -109,6 +113,14 @@ public:
     // "X-Priority:" (in any case) and hold neither the trailer mark nor the
     // property-list DOCTYPE.
     void SkipToHeaderLine();
+
+    // A long walk gives back the mapped pages it has left behind: those in
+    // [from, pos) but for the last megabyte. Without this a walk over a large
+    // message would keep all of it resident, since mapped pages count as the
+    // process's memory. The pages come back from the file cache when a later
+    // pass needs them. Does nothing for stretches under a few megabytes.
+    void ReleaseBehind(qint64 from, qint64 pos) const;
+    static constexpr qint64 kReleaseStep = 8 * 1024 * 1024;
 
     // The line's text contains the property-list trailer mark
     // "<?xml version="1.0" encoding="UTF-8"?>".
