@@ -16,63 +16,44 @@ private slots:
         QTest::addColumn<QString>("line");
         QTest::addColumn<QString>("store");
         QTest::addColumn<QString>("expected");
+        auto row = [](const char* name, const QString& line, const QString& store,
+                      const char* expected) { QTest::newRow(name) << line << store << expected; };
+        const QString msg = QStringLiteral("/Messages/1.emlx");
 
         // Under the user's Mail folder: the version folder goes.
-        QTest::newRow("mail: nested mailboxes with uuid/Data level")
-            << kMail + "/V2/Mailboxes/Work.mbox/Projects.mbox/6F3A/Data/3/Messages/1234.emlx"
-            << kMail << "Mailboxes/Work/Projects";
-        QTest::newRow("mail: partial message")
-            << kMail + "/V2/Mailboxes/Work.mbox/Messages/77.partial.emlx" << kMail
-            << "Mailboxes/Work";
-        QTest::newRow("mail: V10 version folder")
-            << kMail + "/V10/Mailboxes/Inbox.mbox/Messages/1.emlx" << kMail << "Mailboxes/Inbox";
-        QTest::newRow("mail: imap account keeps its folders without .mbox")
-            << kMail + "/V2/IMAP-anna@mail.example.org/INBOX.imapmbox/Messages/5.emlx" << kMail
-            << "IMAP-anna@mail.example.org/INBOX.imapmbox/Messages";
-        QTest::newRow("mail: mailbox starting with V loses its level")
-            << kMail + "/Vacation.mbox/Sub.mbox/Messages/3.emlx" << kMail << "Sub";
-        QTest::newRow("mail: lone V mailbox keeps Messages")
-            << kMail + "/Vacation.mbox/Messages/3.emlx" << kMail << "Messages";
-        QTest::newRow("mail: no version folder")
-            << kMail + "/Mailboxes/Old.mbox/Messages/3.emlx" << kMail << "Mailboxes/Old";
-        QTest::newRow("mail: /V with no further slash stays")
-            << kMail + "/V2/9.emlx" << kMail << "";
-        QTest::newRow("mail: store elsewhere, still under the Mail folder")
-            << kMail + "/V2/Mailboxes/A.mbox/Messages/9.emlx" << QStringLiteral("/elsewhere")
-            << "Mailboxes/A";
-        QTest::newRow("mail: Mail folder found in the middle of the path")
-            << "/Volumes/Old Disk" + kMail + "/V3/Mailboxes/A.mbox/Messages/9.emlx"
-            << QStringLiteral("/Volumes/Old Disk") << "Mailboxes/A";
+        row("mail: nested mailboxes with uuid/Data level",
+            kMail + "/V2/Mailboxes/Work.mbox/Projects.mbox/6F3A/Data/3" + msg, kMail,
+            "Mailboxes/Work/Projects");
+        row("mail: imap account keeps its folders without .mbox",
+            kMail + "/V2/IMAP-a@example.org/INBOX.imapmbox" + msg, kMail,
+            "IMAP-a@example.org/INBOX.imapmbox/Messages");
+        row("mail: mailbox starting with V loses its level",
+            kMail + "/Vacation.mbox/Sub.mbox" + msg, kMail, "Sub");
+        row("mail: lone V mailbox keeps Messages", kMail + "/Vacation.mbox" + msg, kMail,
+            "Messages");
+        row("mail: no version folder", kMail + "/Mailboxes/Old.mbox" + msg, kMail, "Mailboxes/Old");
+        row("mail: /V with no further slash stays", kMail + "/V2/9.emlx", kMail, "");
+        row("mail: found in the middle, wins over the store",
+            "/Volumes/Old Disk" + kMail + "/V3/Mailboxes/A.mbox" + msg,
+            QStringLiteral("/Volumes/Old Disk"), "Mailboxes/A");
 
         // Elsewhere: the store folder is removed, the version folder kept.
-        QTest::newRow("store: version folder kept")
-            << kStore + "/V2/Mailboxes/Work.mbox/Projects.mbox/Messages/1.emlx" << kStore
-            << "V2/Mailboxes/Work/Projects";
-        QTest::newRow("store: Library picked, /Mail/ dropped")
-            << "/Users/x/Library/Mail/V2/Mailboxes/A.mbox/Messages/1.emlx"
-            << QStringLiteral("/Users/x/Library") << "V2/Mailboxes/A";
-        QTest::newRow("store: /V/ folder dropped to its slash")
-            << kStore + "/V/Mailboxes/A.mbox/Messages/1.emlx" << kStore << "Mailboxes/A";
-        QTest::newRow("store: trailing slash in the store path skips a level")
-            << kStore + "/V2/Mailboxes/A.mbox/Messages/1.emlx" << kStore + "/"
-            << "Mailboxes/A";
-        QTest::newRow("store: no .mbox anywhere")
-            << kStore + "/V2/EWS-bob@example.com/Inbox.ewsmbox/Messages/4.emlx" << kStore
-            << "V2/EWS-bob@example.com/Inbox.ewsmbox/Messages";
-        QTest::newRow("store: .mbox inside a name is removed as well")
-            << kStore + "/Archive.mboxes/Old.mbox/Messages/4.emlx" << kStore << "Archivees/Old";
-        QTest::newRow("store: message directly in the store has no folder")
-            << kStore + "/4.emlx" << kStore << "";
-        QTest::newRow("store: every occurrence of the store text goes")
-            << "/s/a/s/B.mbox/Messages/4.emlx" << QStringLiteral("/s") << "a/B";
-        QTest::newRow("store: name with quote, blank and accents")
-            << kStore + "/V2/Mailboxes/Čoko lá'da.mbox/Messages/4.emlx" << kStore
-            << "V2/Mailboxes/Čoko lá'da";
-        QTest::newRow("store: the match is case-sensitive")
-            << "/DATA/Backup Store/V2/A.mbox/Messages/4.emlx" << kStore << "DATA/Backup Store/V2/A";
-        QTest::newRow("find error line") << "find: '/x/y': Permission denied" << kStore << "x";
-        QTest::newRow("line without slash") << "garbage" << kStore << "";
-        QTest::newRow("empty line") << "" << kStore << "";
+        row("store: version folder kept", kStore + "/V2/Mailboxes/Work.mbox/Projects.mbox" + msg,
+            kStore, "V2/Mailboxes/Work/Projects");
+        row("store: Library picked, /Mail/ dropped", "/Users/x/Library/Mail/V2/A.mbox" + msg,
+            QStringLiteral("/Users/x/Library"), "V2/A");
+        row("store: /V/ folder dropped to its slash", kStore + "/V/Mailboxes/A.mbox" + msg, kStore,
+            "Mailboxes/A");
+        row("store: trailing slash in the store path skips a level",
+            kStore + "/V2/Mailboxes/A.mbox" + msg, kStore + "/", "Mailboxes/A");
+        row("store: .mbox inside a name is removed as well",
+            kStore + "/Archive.mboxes/Old.mbox" + msg, kStore, "Archivees/Old");
+        row("store: every occurrence of the store text goes", "/s/a/s/B.mbox" + msg,
+            QStringLiteral("/s"), "a/B");
+        row("store: the match is case-sensitive", "/DATA/Backup Store/V2/A.mbox" + msg, kStore,
+            "DATA/Backup Store/V2/A");
+        row("find error line", "find: '/x/y': Permission denied", kStore, "x");
+        row("line without slash", "garbage", kStore, "");
     }
     void folderPath() {
         QFETCH(QString, line);
@@ -85,32 +66,23 @@ private slots:
         QTest::addColumn<QString>("line");
         QTest::addColumn<QString>("text");
         QTest::addColumn<quint64>("value");
-        QTest::newRow("plain") << "/a/Messages/1234.emlx"
-                               << "1234" << quint64(1234);
-        QTest::newRow("partial") << "/a/Messages/1234.partial.emlx"
-                                 << "1234" << quint64(1234);
-        QTest::newRow("dot in a folder name") << "/a.mbox/Messages/7.emlx"
-                                              << "7" << quint64(7);
-        QTest::newRow("not a number") << "/a/Messages/abc.emlx"
-                                      << "abc" << quint64(0);
-        QTest::newRow("negative") << "/a/Messages/-3.emlx"
-                                  << "-3" << quint64(0);
-        QTest::newRow("largest 64-bit")
-            << "/a/18446744073709551615.emlx"
-            << "18446744073709551615" << quint64(18446744073709551615ULL);
-        QTest::newRow("too large") << "/a/18446744073709551616.emlx"
-                                   << "18446744073709551616" << quint64(0);
-        QTest::newRow("hidden file") << "/a/.emlx"
-                                     << "" << quint64(0);
-        QTest::newRow("no slash") << "12.emlx"
-                                  << "12" << quint64(12);
+        auto row = [](const char* line, const char* text, quint64 value) {
+            QTest::newRow(line) << line << text << value;
+        };
+        row("/a/Messages/1234.partial.emlx", "1234", 1234);
+        row("/a.mbox/Messages/7.emlx", "7", 7);
+        row("12.emlx", "12", 12);
+        row("/a/Messages/abc.emlx", "abc", 0);
+        row("/a/Messages/-3.emlx", "-3", 0);
+        row("/a/18446744073709551615.emlx", "18446744073709551615", 18446744073709551615ULL);
+        row("/a/18446744073709551616.emlx", "18446744073709551616", 0);
     }
     void messageNumber() {
         QFETCH(QString, line);
         QFETCH(QString, text);
         QFETCH(quint64, value);
         QCOMPARE(MessageNumberText(line), text);
-        QCOMPARE(MessageNumberValue(MessageNumberText(line)), value);
+        QCOMPARE(MessageNumberValue(text), value);
     }
 };
 
