@@ -5,7 +5,6 @@
 #include "TestSupport.h"
 
 #include <QDirIterator>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -17,40 +16,7 @@ using namespace TestSupport;
 
 namespace {
 
-QString Cli() {
-    return QStringLiteral(PELLOMAR_BINARY_DIR "/cli/pellomar-cli");
-}
-
-struct Run {
-    int code = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-Run RunCli(const QStringList& args) {
-    QProcess p;
-    p.start(Cli(), args);
-    Run r;
-    if (!p.waitForFinished(120000))
-        return r;
-    r.code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = p.readAllStandardOutput();
-    r.err = p.readAllStandardError();
-    return r;
-}
-
-bool CopyTree(const QString& from, const QString& to) {
-    QDirIterator it(from, QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    int files = 0;
-    while (it.hasNext()) {
-        const QString src = it.next();
-        if (!WriteFile(to + src.mid(from.size()), ReadFile(src)))
-            return false;
-        ++files;
-    }
-    return files > 0;
-}
+const QByteArray kSep = "From - &&&&&@@@####\n";
 
 // Files below a folder, relative, sorted.
 QStringList FilesBelow(const QString& dir) {
@@ -68,8 +34,6 @@ QString PackageIn(const QString& dest) {
     const QStringList found = QDir(dest).entryList({"Main Identity_(*).rge"}, QDir::Dirs);
     return found.size() == 1 ? dest + "/" + found.first() : QString();
 }
-
-const QByteArray kSep = "From - &&&&&@@@####\n";
 
 } // namespace
 
@@ -89,18 +53,17 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_dir.isValid());
-        QVERIFY2(QFileInfo::exists(Cli()), "build pellomar-cli first");
+        QVERIFY2(QFileInfo::exists(CliToolPath()), "build pellomar-cli first");
         InstallSortedFind(m_dir.path() + "/bin");
-        QVERIFY(CopyTree(SampleStore(), m_dir.path() + "/Sample Store"));
         m_store = m_dir.path() + "/Sample Store";
+        QVERIFY(CopyFolder(SampleStore(), m_store));
     }
 
     void samplePackageMatchesReviewedFiles() {
         const QString dest = newDest();
-        const Run r = RunCli({"export", m_store, dest});
+        const CliOutput r = RunCliTool({"export", m_store, dest});
         QCOMPARE(r.code, 0);
         const QString package = PackageIn(dest);
-        QVERIFY(!package.isEmpty());
         QVERIFY(QRegularExpression(
                     R"(/Main Identity_\(\d{1,2} [A-Z][a-z]{2} \d{4},\d\d-\d\d-\d\d\)\.rge$)")
                     .match(package)
@@ -110,8 +73,7 @@ private slots:
         const QStringList files = FilesBelow(package);
         if (qEnvironmentVariableIntValue("PELLOMAR_UPDATE_GOLDEN") == 1) {
             QDir(expectedDir).removeRecursively();
-            for (const QString& f : files)
-                QVERIFY(WriteFile(expectedDir + "/" + f, ReadFile(package + "/" + f)));
+            QVERIFY(CopyFolder(package, expectedDir));
             qWarning("rewrote %s", qPrintable(expectedDir));
         }
         QCOMPARE(files, FilesBelow(expectedDir));
@@ -134,12 +96,10 @@ private slots:
     void chosenFolders_data() {
         QTest::addColumn<QStringList>("folders");
         QTest::addColumn<QStringList>("mboxes");
-        QTest::newRow("one folder, not its subfolder")
-            << QStringList{"V2/Mailboxes/Work"} << QStringList{"Mail/V2/Mailboxes/Work/Work.mbox"};
-        QTest::newRow("two folders")
-            << QStringList{"V2/Mailboxes/Work/Projects", "V2/Mailboxes/Inbox"}
+        QTest::newRow("two folders, not their subfolders")
+            << QStringList{"V2/Mailboxes/Work", "V2/Mailboxes/Inbox"}
             << QStringList{"Mail/V2/Mailboxes/Inbox/Inbox.mbox",
-                           "Mail/V2/Mailboxes/Work/Projects/Projects.mbox"};
+                           "Mail/V2/Mailboxes/Work/Work.mbox"};
         QTest::newRow("a folder without messages") << QStringList{"V2/Mailboxes"} << QStringList{};
     }
     void chosenFolders() {
@@ -149,22 +109,20 @@ private slots:
         QStringList args{"export", m_store, dest};
         for (const QString& f : folders)
             args << "--folder" << f;
-        const Run r = RunCli(args);
-        QCOMPARE(r.code, 0);
-        QStringList written;
-        for (const QString& f : FilesBelow(PackageIn(dest)))
-            if (f.startsWith("Mail/"))
-                written << f;
-        QCOMPARE(written, mboxes);
+        QCOMPARE(RunCliTool(args).code, 0);
+        QVERIFY(!PackageIn(dest).isEmpty());
+        QCOMPARE(FilesBelow(PackageIn(dest)).filter(QRegularExpression("^Mail/")), mboxes);
     }
 
+    // Nothing is written; @DEST@ is an empty folder, @READONLY@ one without
+    // write permission, @TAKEN@ one where the package's name is already taken.
     void badArguments_data() {
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("message");
-        const QString file = QStringLiteral(PELLOMAR_SOURCE_DIR "/CMakeLists.txt");
-        QTest::newRow("nothing") << QStringList{} << 2 << "Usage: pellomar-cli export";
-        QTest::newRow("no destination") << QStringList{"@STORE@"} << 2 << "Usage:";
+        const QString file = SourceDir() + "/CMakeLists.txt";
+        QTest::newRow("no destination")
+            << QStringList{"@STORE@"} << 2 << "Usage: pellomar-cli export";
         QTest::newRow("unknown option")
             << QStringList{"@STORE@", "@DEST@", "--all"} << 2 << "unknown option '--all'";
         QTest::newRow("folder without a path")
@@ -176,49 +134,41 @@ private slots:
         QTest::newRow("missing store")
             << QStringList{"/no/such/store", "@DEST@"} << 1 << "'/no/such/store' does not exist";
         QTest::newRow("store is a file") << QStringList{file, "@DEST@"} << 1 << "is not a folder";
-        QTest::newRow("missing destination")
-            << QStringList{"@STORE@", "/no/such/dest"} << 1 << "is not an existing folder";
         QTest::newRow("destination is a file")
             << QStringList{"@STORE@", file} << 1 << "is not an existing folder";
+        QTest::newRow("read-only destination")
+            << QStringList{"@STORE@", "@READONLY@"} << 1 << "no write permission";
+        // The name has one-second resolution: an existing package of the same
+        // name is not appended to.
+        QTest::newRow("package exists")
+            << QStringList{"@STORE@", "@TAKEN@"} << 1 << "already exists";
     }
     void badArguments() {
         QFETCH(QStringList, args);
         QFETCH(int, code);
         QFETCH(QString, message);
         const QString dest = newDest();
+        int made = 0; // packages of the names to come
+        if (args.contains("@READONLY@")) {
+            if (geteuid() == 0)
+                QSKIP("root may write anywhere");
+            QVERIFY(QFile::setPermissions(dest, QFile::ReadOwner | QFile::ExeOwner));
+        }
+        const QDateTime now = QDateTime::currentDateTime();
+        for (; made < 20 && args.contains("@TAKEN@"); ++made)
+            QVERIFY(QDir(dest).mkdir(
+                "Main Identity_(" +
+                QLocale::c().toString(now.addSecs(made), "d MMM yyyy,hh-mm-ss") + ").rge"));
         args.replaceInStrings("@STORE@", m_store);
-        args.replaceInStrings("@DEST@", dest);
-        const Run r = RunCli(QStringList{"export"} + args);
+        args.replaceInStrings(QRegularExpression("@(DEST|READONLY|TAKEN)@"), dest);
+        const CliOutput r = RunCliTool(QStringList{"export"} + args);
+        QFile::setPermissions(dest, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QCOMPARE(r.code, code);
         QVERIFY2(r.err.contains(message.toUtf8()), r.err.constData());
         if (code == 1)
             QCOMPARE(r.err.count('\n'), 1);
         QVERIFY(r.out.isEmpty());
-        QCOMPARE(QDir(dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
-    }
-
-    void readOnlyDestination() {
-        if (geteuid() == 0)
-            QSKIP("root may write anywhere");
-        const QString dest = newDest();
-        QVERIFY(QFile::setPermissions(dest, QFile::ReadOwner | QFile::ExeOwner));
-        const Run r = RunCli({"export", m_store, dest});
-        QFile::setPermissions(dest, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        QCOMPARE(r.code, 1);
-        QVERIFY(r.err.contains("no write permission"));
-    }
-
-    // The package name has one-second resolution: an existing package of the
-    // same name is not appended to.
-    void existingPackageIsRefused() {
-        const QString dest = newDest();
-        const QDateTime now = QDateTime::currentDateTime();
-        for (int s = 0; s < 20; ++s)
-            QDir().mkpath(dest + "/Main Identity_(" +
-                          QLocale::c().toString(now.addSecs(s), "d MMM yyyy,hh-mm-ss") + ").rge");
-        const Run r = RunCli({"export", m_store, dest});
-        QCOMPARE(r.code, 1);
-        QVERIFY2(r.err.contains("already exists"), r.err.constData());
+        QCOMPARE(QDir(dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), made);
         QCOMPARE(FilesBelow(dest), QStringList());
     }
 
@@ -227,26 +177,22 @@ private slots:
     void interruptLeavesWholeMessages() {
         const QString store = m_dir.path() + "/big";
         const QByteArray filler = QByteArray(2000, 'x') + "\n";
-        for (int i = 0; i < 3000; ++i) {
-            const QByteArray message =
-                "Subject: n" + QByteArray::number(i) + "\n\n" + filler.repeated(4) + "END\n";
-            QVERIFY(
-                WriteFile(QString("%1/A.mbox/Messages/%2.emlx").arg(store).arg(i), Emlx(message)));
-        }
+        for (int i = 0; i < 3000; ++i)
+            QVERIFY(WriteFile(QString("%1/A.mbox/Messages/%2.emlx").arg(store).arg(i),
+                              Emlx("Subject: n" + QByteArray::number(i) + "\n\n" +
+                                   filler.repeated(4) + "END\n")));
         const QString dest = newDest();
         QProcess p;
-        p.start(Cli(), {"export", store, dest});
+        p.start(CliToolPath(), {"export", store, dest});
         QVERIFY(p.waitForStarted());
         // Wait until the export has begun writing.
         QElapsedTimer t;
         t.start();
         QString mbox;
-        while (t.elapsed() < 60000 && p.state() == QProcess::Running) {
-            const QString package = PackageIn(dest);
-            if (!package.isEmpty() && QFileInfo(package + "/Mail/A/A.mbox").size() > 0) {
-                mbox = package + "/Mail/A/A.mbox";
-                break;
-            }
+        while (t.elapsed() < 60000 && p.state() == QProcess::Running && mbox.isEmpty()) {
+            const QString candidate = PackageIn(dest) + "/Mail/A/A.mbox";
+            if (!PackageIn(dest).isEmpty() && QFileInfo(candidate).size() > 0)
+                mbox = candidate;
             QThread::msleep(2);
         }
         if (mbox.isEmpty() || p.state() != QProcess::Running)
@@ -257,8 +203,7 @@ private slots:
         QCOMPARE(p.exitCode(), 130);
         const QByteArray out = ReadFile(mbox);
         const int messages = out.count(kSep);
-        QVERIFY(messages > 0);
-        QVERIFY(messages < 3000);
+        QVERIFY(messages > 0 && messages < 3000);
         QCOMPARE(out.count("END\n"), messages);
         QVERIFY(out.endsWith("END\n"));
         const QByteArray listing = p.readAllStandardOutput();

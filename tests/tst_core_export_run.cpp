@@ -9,34 +9,39 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-using TestSupport::Emlx;
-using TestSupport::ReadFile;
-using TestSupport::WriteFile;
+using namespace TestSupport;
 
 namespace {
 
 const QByteArray kSep = "From - &&&&&@@@####\n";
 
-struct Msg {
-    const char* folder; // folder key below
-    const char* path;   // below the store
-};
-
-// Folder keys and their mailboxes (identifiers from 502 on, parent 501).
+// Folder keys, their mailbox identifiers (parent 501) and their messages,
+// below the store; the partial message has one detached part.
 const QList<QPair<QString, quint64>> kFolders = {
     {"Work", 502}, {"Projects", 503}, {"Part", 504}, {"RSS", 505}};
-
-const QList<Msg> kMessages = {
+const QList<QPair<QString, QString>> kMessages = {
     {"Work", "/V2/Mailboxes/Work.mbox/ID/Data/Messages/1.emlx"},
     {"Work", "/V2/Mailboxes/Work.mbox/ID/Data/Messages/2.emlx"},
     {"Projects", "/V2/Mailboxes/Work.mbox/Projects.mbox/Messages/3.emlx"},
     {"Part", "/V2/Mailboxes/Part.mbox/Messages/4.partial.emlx"},
     {"RSS", "/V2/RSS/Apple Hot News.rssmbox/Messages/5.emlx"},
 };
+const QString kPartFile = "/V2/Mailboxes/Part.mbox/Messages/4.2.emlxpart";
 
-const char kWorkMbox[] = "/Mail/V2/Mailboxes/Work/Work.mbox";
-const char kProjectsMbox[] = "/Mail/V2/Mailboxes/Work/Projects/Projects.mbox";
-const char kPartMbox[] = "/Mail/V2/Mailboxes/Part/Part.mbox";
+const QString kWorkMbox = "/Mail/V2/Mailboxes/Work/Work.mbox";
+const QString kProjectsMbox = "/Mail/V2/Mailboxes/Work/Projects/Projects.mbox";
+const QString kPartMbox = "/Mail/V2/Mailboxes/Part/Part.mbox";
+
+// Message n as the store holds it, and as its mbox gets it.
+QByteArray Message(int n) {
+    return "Subject: m" + QByteArray::number(n) + "\n\nFrom me " + QByteArray::number(n) + "\n";
+}
+QByteArray Written(int from, int count) {
+    QByteArray bytes;
+    for (int n = from; n < from + count; ++n)
+        bytes += kSep + Message(n).replace("\nFrom", "\n>From");
+    return bytes;
+}
 
 } // namespace
 
@@ -47,30 +52,26 @@ private:
     QString m_store;
     QString m_package;
 
-    QByteArray body(int n) const {
-        return "Subject: m" + QByteArray::number(n) + "\n\nFrom me " + QByteArray::number(n) + "\n";
-    }
-
-    // Builds the store files and the records; `ticks` gives each folder's tick state.
-    void build(const QMap<QString, int>& ticks) {
+    // Builds the store files and the records, with the folders' tick states.
+    void build(const QString& ticks) {
         FreeAllFolderRecords();
         AppendFolderRecord(0, 501, nullptr, 2);
         QMap<QString, FldrAtrib*> byName;
-        for (const auto& f : kFolders)
-            byName[f.first] =
-                AppendFolderRecord(501, f.second, nullptr, quint8(ticks.value(f.first, 1)));
+        for (int i = 0; i < kFolders.size(); ++i)
+            byName[kFolders[i].first] =
+                AppendFolderRecord(501, kFolders[i].second, nullptr, quint8(ticks[i].digitValue()));
         for (int i = 0; i < kMessages.size(); ++i) {
-            const QString path = m_store + kMessages[i].path;
-            QByteArray message = body(i + 1);
-            if (path.endsWith(".partial.emlx"))
-                message = "Content-Type: image/png\nX-Apple-Content-Length: 4\n\n--b--\n";
-            QVERIFY(WriteFile(path, Emlx(message)));
+            const QString path = m_store + kMessages[i].second;
+            QVERIFY(WriteFile(path, Emlx(path.endsWith(".partial.emlx")
+                                             ? "Content-Type: image/png\n"
+                                               "X-Apple-Content-Length: 4\n\n--b--\n"
+                                             : Message(i + 1))));
             MailItem* item = NewMailItem();
             SetUtf16(&item->pPath, &item->ulPathSize, path);
-            AppendMailToFolder(byName[kMessages[i].folder], item);
+            AppendMailToFolder(byName[kMessages[i].first], item);
         }
-        listOfPathOfEmlxPart = {m_store + "/V2/Mailboxes/Part.mbox/Messages/4.2.emlxpart"};
-        QVERIFY(WriteFile(listOfPathOfEmlxPart.first(), "iVBO\n"));
+        listOfPathOfEmlxPart = {m_store + kPartFile};
+        QVERIFY(WriteFile(m_store + kPartFile, "iVBO\n"));
     }
 
 private slots:
@@ -92,91 +93,66 @@ private slots:
         bStopFlag = false;
     }
 
-    void selection_data() {
-        QTest::addColumn<QStringList>("unticked"); // tick state 3
-        QTest::addColumn<QStringList>("partly");   // tick state 2
+    void run_data() {
+        // Tick states of Work, Projects, Part and RSS: 1 all, 2 partly, 3 none.
+        QTest::addColumn<QString>("ticks");
+        QTest::addColumn<QString>("damage");
         QTest::addColumn<int>("total");
-        QTest::addColumn<QStringList>("mboxes"); // written, with their message counts
-        QTest::newRow("everything")
-            << QStringList() << QStringList() << 5
-            << QStringList{QString(kWorkMbox) + " 2", QString(kProjectsMbox) + " 1",
-                           QString(kPartMbox) + " 1"};
+        QTest::addColumn<int>("progress");
+        QTest::addColumn<int>("work"); // messages in each mbox; -1: not checked
+        QTest::addColumn<int>("projects");
+        QTest::addColumn<QByteArray>("partMbox");
+        const QByteArray cut = kSep + "Content-Type: image/png\n\n",
+                         part = cut + "iVBO\n\n\n--b--\n";
+        QTest::newRow("everything") << "1111"
+                                    << "" << 5 << 5 << 2 << 1 << part;
         QTest::newRow("partly ticked folder writes none of its own")
-            << QStringList() << QStringList{"Work"} << 3
-            << QStringList{QString(kProjectsMbox) + " 1", QString(kPartMbox) + " 1"};
-        QTest::newRow("unticked folders") << QStringList{"Work", "Part", "RSS"} << QStringList()
-                                          << 1 << QStringList{QString(kProjectsMbox) + " 1"};
+            << "2111"
+            << "" << 3 << 3 << 0 << 1 << part;
+        QTest::newRow("unticked folders") << "3133"
+                                          << "" << 1 << 1 << 0 << 1 << QByteArray();
         // RSS items count toward the total but are not written.
-        QTest::newRow("only the news folder")
-            << QStringList{"Work", "Part", "Projects"} << QStringList() << 1 << QStringList();
+        QTest::newRow("only the news folder") << "3331"
+                                              << "" << 1 << 1 << 0 << 0 << QByteArray();
+        // A stop request during a message lets it finish; the next is not started.
+        QTest::newRow("stop before the first") << "1111"
+                                               << "stop0" << 5 << 0 << 0 << 0 << QByteArray();
+        QTest::newRow("stop after the first") << "1111"
+                                              << "stop1" << 5 << 1 << 1 << 0 << QByteArray();
+        QTest::newRow("stop after the second") << "1111"
+                                               << "stop2" << 5 << 2 << 2 << 0 << QByteArray();
+        // The run ends at a message file it cannot open.
+        QTest::newRow("missing message file") << "1111"
+                                              << "message" << 5 << 1 << 1 << 0 << QByteArray();
+        // A mbox that cannot be opened loses its messages only.
+        QTest::newRow("mbox is a folder") << "1111"
+                                          << "mbox" << 5 << 5 << -1 << 1 << part;
+        // The run ends at a detached part it cannot open; the message stays
+        // as far as it was written.
+        QTest::newRow("missing part file") << "1111"
+                                           << "part" << 5 << 3 << 2 << 1 << cut;
     }
-    void selection() {
-        QFETCH(QStringList, unticked);
-        QFETCH(QStringList, partly);
+    void run() {
+        QFETCH(QString, ticks);
+        QFETCH(QString, damage);
         QFETCH(int, total);
-        QFETCH(QStringList, mboxes);
-        QMap<QString, int> ticks;
-        for (const QString& f : unticked)
-            ticks[f] = 3;
-        for (const QString& f : partly)
-            ticks[f] = 2;
+        QFETCH(int, progress);
+        QFETCH(int, work);
+        QFETCH(int, projects);
+        QFETCH(QByteArray, partMbox);
         build(ticks);
+        if (damage == "message")
+            QVERIFY(QFile::remove(m_store + kMessages[1].second));
+        if (damage == "mbox")
+            QVERIFY(QDir().mkpath(m_package + kWorkMbox));
+        if (damage == "part")
+            listOfPathOfEmlxPart = {m_store + "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"};
+        const int stopAfter = damage.startsWith("stop") ? damage.mid(4).toInt() : -1;
         ScaningThread thread;
+        bStopFlag = stopAfter == 0; // after the thread object, which clears it
         QSignalSpy shown(&thread, &ScaningThread::OnShowingScanProgBar);
         QSignalSpy settings(&thread, &ScaningThread::OnSettingsForPrgBar);
-        QSignalSpy progress(&thread, &ScaningThread::CurrentValue);
-        thread.EMLXConverter();
-        QCOMPARE(shown.count(), 1);
-        QCOMPARE(settings.count(), 1);
-        QCOMPARE(settings.first().at(0).value<unsigned long>(), (unsigned long)total);
-        QCOMPARE(settings.first().at(1).toString(), QString("Saving .rge file. Please Wait..."));
-        QCOMPARE(progress.count(), total);
-        QCOMPARE(ReadFile(m_package + "/Contents/PkgInfo"), QByteArray("rge OPIM"));
-
-        QStringList written;
-        for (const WrittenMbox& w : LastExportSummary()) {
-            written << w.path.mid(m_package.size()) + " " + QString::number(w.messages);
-            QCOMPARE(ReadFile(w.path).count(kSep), int(w.messages));
-        }
-        QCOMPARE(written, mboxes);
-        // Nothing else was made below Mail.
-        QStringList files;
-        QDirIterator it(m_package + "/Mail", QDir::Files, QDirIterator::Subdirectories);
-        while (it.hasNext()) {
-            const QString file = it.next();
-            files << file.mid(m_package.size()) + " " + QString::number(ReadFile(file).count(kSep));
-        }
-        files.sort();
-        written.sort();
-        QCOMPARE(files, written);
-    }
-
-    void mboxContent() {
-        build({});
-        ScaningThread thread;
-        thread.EMLXConverter();
-        QCOMPARE(ReadFile(m_package + kWorkMbox),
-                 kSep + "Subject: m1\n\n>From me 1\n" + kSep + "Subject: m2\n\n>From me 2\n");
-        QCOMPARE(ReadFile(m_package + kPartMbox),
-                 kSep + "Content-Type: image/png\n\niVBO\n\n\n--b--\n");
-    }
-
-    // A stop request during a message lets it finish; the next is not started.
-    void stopBetweenMessages_data() {
-        QTest::addColumn<int>("stopAfter");
-        QTest::addColumn<int>("workMessages");
-        QTest::newRow("before the first") << 0 << 0;
-        QTest::newRow("after the first") << 1 << 1;
-        QTest::newRow("after the second") << 2 << 2;
-    }
-    void stopBetweenMessages() {
-        QFETCH(int, stopAfter);
-        QFETCH(int, workMessages);
-        build({});
-        ScaningThread thread;
         int seen = 0;
-        if (stopAfter == 0)
-            bStopFlag = true;
         connect(
             &thread, &ScaningThread::CurrentValue, this,
             [&] {
@@ -185,51 +161,30 @@ private slots:
             },
             Qt::DirectConnection);
         thread.EMLXConverter();
-        QCOMPARE(seen, stopAfter);
-        QCOMPARE(ReadFile(m_package + kWorkMbox).count(kSep), workMessages);
-        QVERIFY(!QFileInfo::exists(m_package + kProjectsMbox));
+        QCOMPARE(shown.count(), 1);
+        QCOMPARE(settings.count(), 1);
+        QCOMPARE(settings.first().at(0).value<unsigned long>(), (unsigned long)total);
+        QCOMPARE(settings.first().at(1).toString(), QString("Saving .rge file. Please Wait..."));
+        QCOMPARE(seen, progress);
         // The package itself is there whatever happened.
         QCOMPARE(ReadFile(m_package + "/Contents/PkgInfo"), QByteArray("rge OPIM"));
-    }
+        if (work >= 0)
+            QCOMPARE(ReadFile(m_package + kWorkMbox), Written(1, work));
+        QCOMPARE(ReadFile(m_package + kProjectsMbox), Written(3, projects));
+        QCOMPARE(ReadFile(m_package + kPartMbox), partMbox);
 
-    // Files that cannot be read or written.
-    void failures_data() {
-        QTest::addColumn<QString>("damage");
-        QTest::addColumn<int>("progress");
-        QTest::addColumn<int>("workMessages");
-        QTest::addColumn<int>("projectsMessages");
-        QTest::addColumn<int>("partMessages");
-        // The run ends at a message file it cannot open.
-        QTest::newRow("missing message file") << "message" << 1 << 1 << 0 << 0;
-        // A mbox that cannot be opened loses its messages only.
-        QTest::newRow("mbox is a folder") << "mbox" << 5 << -1 << 1 << 1;
-        // The run ends at a detached part it cannot open; the message stays
-        // as far as it was written.
-        QTest::newRow("missing part file") << "part" << 3 << 2 << 1 << 1;
-    }
-    void failures() {
-        QFETCH(QString, damage);
-        QFETCH(int, progress);
-        QFETCH(int, workMessages);
-        QFETCH(int, projectsMessages);
-        QFETCH(int, partMessages);
-        build({});
-        if (damage == "message")
-            QVERIFY(QFile::remove(m_store + kMessages[1].path));
-        if (damage == "mbox")
-            QVERIFY(QDir().mkpath(m_package + kWorkMbox));
-        if (damage == "part")
-            listOfPathOfEmlxPart = {m_store + "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"};
-        ScaningThread thread;
-        QSignalSpy spy(&thread, &ScaningThread::CurrentValue);
-        thread.EMLXConverter();
-        QCOMPARE(spy.count(), progress);
-        if (workMessages >= 0)
-            QCOMPARE(ReadFile(m_package + kWorkMbox).count(kSep), workMessages);
-        QCOMPARE(ReadFile(m_package + kProjectsMbox).count(kSep), projectsMessages);
-        QCOMPARE(ReadFile(m_package + kPartMbox).count(kSep), partMessages);
-        if (damage == "part")
-            QCOMPARE(ReadFile(m_package + kPartMbox), kSep + "Content-Type: image/png\n\n");
+        // The summary names every file made below Mail, with its messages.
+        QStringList written, files;
+        for (const WrittenMbox& w : LastExportSummary())
+            written << w.path.mid(m_package.size()) + " " + QString::number(w.messages);
+        QDirIterator it(m_package + "/Mail", QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString file = it.next();
+            files << file.mid(m_package.size()) + " " + QString::number(ReadFile(file).count(kSep));
+        }
+        files.sort();
+        written.sort();
+        QCOMPARE(files, written);
     }
 };
 
