@@ -15,16 +15,14 @@ namespace {
 
 const QByteArray kSep = "From - &&&&&@@@####\n";
 
-// Folder keys, their mailbox identifiers (parent 501) and their messages,
-// below the store; the partial message has one detached part.
-const QList<QPair<QString, quint64>> kFolders = {
-    {"Work", 502}, {"Projects", 503}, {"Part", 504}, {"RSS", 505}};
-const QList<QPair<QString, QString>> kMessages = {
-    {"Work", "/V2/Mailboxes/Work.mbox/ID/Data/Messages/1.emlx"},
-    {"Work", "/V2/Mailboxes/Work.mbox/ID/Data/Messages/2.emlx"},
-    {"Projects", "/V2/Mailboxes/Work.mbox/Projects.mbox/Messages/3.emlx"},
-    {"Part", "/V2/Mailboxes/Part.mbox/Messages/4.partial.emlx"},
-    {"RSS", "/V2/RSS/Apple Hot News.rssmbox/Messages/5.emlx"},
+// The messages below the store, each with its folder: Work, Projects (inside
+// Work), Part and RSS; the partial message has one detached part.
+const QList<QPair<int, QString>> kMessages = {
+    {0, "/V2/Mailboxes/Work.mbox/ID/Data/Messages/1.emlx"},
+    {0, "/V2/Mailboxes/Work.mbox/ID/Data/Messages/2.emlx"},
+    {1, "/V2/Mailboxes/Work.mbox/Projects.mbox/Messages/3.emlx"},
+    {2, "/V2/Mailboxes/Part.mbox/Messages/4.partial.emlx"},
+    {3, "/V2/RSS/Apple Hot News.rssmbox/Messages/5.emlx"},
 };
 const QString kPartFile = "/V2/Mailboxes/Part.mbox/Messages/4.2.emlxpart";
 
@@ -56,10 +54,9 @@ private:
     void build(const QString& ticks) {
         FreeAllFolderRecords();
         AppendFolderRecord(0, 501, nullptr, 2);
-        QMap<QString, FldrAtrib*> byName;
-        for (int i = 0; i < kFolders.size(); ++i)
-            byName[kFolders[i].first] =
-                AppendFolderRecord(501, kFolders[i].second, nullptr, quint8(ticks[i].digitValue()));
+        QList<FldrAtrib*> folders;
+        for (int i = 0; i < ticks.size(); ++i)
+            folders << AppendFolderRecord(501, 502 + i, nullptr, quint8(ticks[i].digitValue()));
         for (int i = 0; i < kMessages.size(); ++i) {
             const QString path = m_store + kMessages[i].second;
             QVERIFY(WriteFile(path, Emlx(path.endsWith(".partial.emlx")
@@ -68,7 +65,7 @@ private:
                                              : Message(i + 1))));
             MailItem* item = NewMailItem();
             SetUtf16(&item->pPath, &item->ulPathSize, path);
-            AppendMailToFolder(byName[kMessages[i].first], item);
+            AppendMailToFolder(folders[kMessages[i].first], item);
         }
         listOfPathOfEmlxPart = {m_store + kPartFile};
         QVERIFY(WriteFile(m_store + kPartFile, "iVBO\n"));

@@ -134,11 +134,10 @@ private slots:
         Row("marker near the message end ends it", Emlx("a\n" + kXml + "\nb\n"), "a\n");
         Row("no trailer: copied to the end", "4\nab\n\ncd\n", "ab\n\ncd\n");
         const QByteArray trailer = kXml + "\n" + kDoctype + "\n<plist>\n</plist>\n";
-        Row("count with blanks", "  3 \r\nab\n" + trailer, "ab\n");
-        // With a count that is too large both markers are dropped and the
-        // rest of the property list is copied.
-        Row("count too large", "999\nab\n" + trailer, "ab\n<plist>\n</plist>\n");
-        Row("count not a number", "x12\nab\n" + trailer, "ab\n");
+        // A count with blanks around it is read; one that is too large lets
+        // both markers be dropped and the rest of the property list copied.
+        Row("count with blanks, too large", " 999 \r\nab\n" + trailer, "ab\n<plist>\n</plist>\n");
+        Row("count not a number is zero", "x999\nab\n" + trailer, "ab\n");
         Row("marker ending exactly at the count is dropped", "45\nab\n" + kXml + "\ncd\n",
             "ab\ncd\n");
         Row("one past the count ends the copy", "44\nab\n" + kXml + "\ncd\n", "ab\n");
