@@ -1,6 +1,7 @@
 // The scan of a mail store: list the message files with find, convert the
 // list to UTF-16 with iconv, then walk it one message file at a time, giving
 // each message its folder and record and announcing it to the window.
+#include "AnalysisPipeline.h"
 #include "Discovery.h"
 #include "Globals.h"
 #include "MessageAnalysis.h"
@@ -9,6 +10,9 @@
 
 #include <QFile>
 #include <QTextStream>
+#include <QThread>
+
+#include <deque>
 
 namespace {
 
@@ -89,15 +93,34 @@ void ScaningThread::EMLXFinder() {
     emit OnSettingsForPrgBar(static_cast<unsigned long>(m_ulTotalFiles),
                              QStringLiteral("Scanning Database. Please Wait..."));
 
+    // The next few message files are analysed ahead on helper threads; the
+    // results are attached and announced here in list order.
+    struct ListLine {
+        QString text;
+        bool message;
+    };
+    std::deque<ListLine> ahead;
+    AnalysisPipeline pipeline(qBound(1, QThread::idealThreadCount(), 8));
     QTextStream in(&list);
+    auto readAhead = [&] {
+        while (pipeline.Queued() < AnalysisPipeline::kWindow && !in.atEnd()) {
+            // The line is used as it stands: a path may end in blanks.
+            const QString text = in.readLine();
+            const bool message = !text.isEmpty() && !text.contains(kRssFeedMarker);
+            if (message)
+                pipeline.Submit(text);
+            ahead.push_back({text, message});
+        }
+    };
     unsigned long long currentFolder = 0;
-    while (!in.atEnd() && !bStopFlag) {
-        // The line is used as it stands: a path may end in blanks.
-        const QString line = in.readLine();
-        if (line.isEmpty() || line.contains(kRssFeedMarker)) {
+    for (readAhead(); !ahead.empty() && !bStopFlag; readAhead()) {
+        const ListLine entry = ahead.front();
+        ahead.pop_front();
+        if (!entry.message) {
             emit CurrentValue();
             continue;
         }
+        const QString& line = entry.text;
         IsConverted = true;
         const QString numberText = MessageNumberText(line);
         treeCreator(FolderPathForMessage(line, m_strDefaultMailPath, m_strInputfilepath));
@@ -105,21 +128,23 @@ void ScaningThread::EMLXFinder() {
             emit ClearLeftTree();
         currentFolder = llParentIdRunning;
 
+        bool opened = false;
+        MailItem* item = pipeline.Take(&opened);
         FldrAtrib* folder = FindFolderRecord(llParentIdRunning);
         if (!folder) {
             // Only a message without a folder path that comes before every
             // folder of the scan has no folder to go to; it is left out.
+            FreeMailItem(item);
             emit CurrentValue();
             continue;
         }
-        MailItem* item = NewMailItem();
         AppendMailToFolder(folder, item);
         SetUtf16(&item->pPath, &item->ulPathSize, line);
         item->ullNumber = MessageNumberValue(numberText);
 
         // A message file that cannot be opened ends the scan; the list file
         // stays and the item keeps its place without being announced.
-        if (!AnalyseMessageFile(line, item))
+        if (!opened)
             return;
         AnnounceItem(this, folder, item, numberText);
         emit CurrentValue();

@@ -1,0 +1,71 @@
+#include "AnalysisPipeline.h"
+#include "MessageAnalysis.h"
+#include "Records.h"
+
+AnalysisPipeline::AnalysisPipeline(int threads) {
+    for (int i = 0; i < qMax(1, threads); ++i)
+        m_threads.emplace_back([this] { Work(); });
+}
+
+AnalysisPipeline::~AnalysisPipeline() {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_quit = true;
+        m_todo.clear();
+    }
+    m_work.notify_all();
+    for (std::thread& t : m_threads)
+        t.join();
+    for (const std::shared_ptr<Job>& job : m_queue)
+        if (job->item)
+            FreeMailItem(job->item);
+}
+
+void AnalysisPipeline::Submit(const QString& path) {
+    auto job = std::make_shared<Job>();
+    job->path = path;
+    m_queue.push_back(job);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_todo.push_back(job);
+    }
+    m_work.notify_one();
+}
+
+MailItem* AnalysisPipeline::Take(bool* opened) {
+    if (m_queue.empty()) {
+        *opened = false;
+        return nullptr;
+    }
+    std::shared_ptr<Job> job = m_queue.front();
+    m_queue.pop_front();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_done.wait(lock, [&job] { return job->done; });
+    *opened = job->opened;
+    MailItem* item = job->item;
+    job->item = nullptr;
+    return item;
+}
+
+void AnalysisPipeline::Work() {
+    for (;;) {
+        std::shared_ptr<Job> job;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_work.wait(lock, [this] { return m_quit || !m_todo.empty(); });
+            if (m_quit)
+                return;
+            job = m_todo.front();
+            m_todo.pop_front();
+        }
+        MailItem* item = NewMailItem();
+        const bool opened = AnalyseMessageFile(job->path, item);
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            job->item = item;
+            job->opened = opened;
+            job->done = true;
+        }
+        m_done.notify_all();
+    }
+}

@@ -1,0 +1,51 @@
+#pragma once
+// Runs the per-message analysis of the next few message files on helper
+// threads while the scan attaches and announces the current one, so that a
+// scan uses every core. Results are handed over strictly in the order the
+// files were queued; a record is only ever touched by one thread at a time.
+
+#include <QString>
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+struct MailItem;
+
+class AnalysisPipeline {
+public:
+    // How many files may be queued ahead of the one being taken.
+    static constexpr int kWindow = 16;
+
+    explicit AnalysisPipeline(int threads);
+    // Stops the helpers and frees every record that was not taken.
+    ~AnalysisPipeline();
+    AnalysisPipeline(const AnalysisPipeline&) = delete;
+    AnalysisPipeline& operator=(const AnalysisPipeline&) = delete;
+
+    void Submit(const QString& path);
+    // Waits for the oldest queued file and hands over its record (the caller
+    // owns it). `opened` is false when the file could not be opened.
+    MailItem* Take(bool* opened);
+    int Queued() const { return int(m_queue.size()); }
+
+private:
+    struct Job {
+        QString path;
+        MailItem* item = nullptr;
+        bool opened = false;
+        bool done = false;
+    };
+    void Work();
+
+    std::deque<std::shared_ptr<Job>> m_queue; // submitted, not yet taken (taker's thread only)
+    std::deque<std::shared_ptr<Job>> m_todo;  // not yet started (under m_mutex)
+    std::mutex m_mutex;
+    std::condition_variable m_work;
+    std::condition_variable m_done;
+    bool m_quit = false;
+    std::vector<std::thread> m_threads;
+};
