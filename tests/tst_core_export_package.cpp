@@ -69,10 +69,15 @@ private slots:
         QCOMPARE(german, expected);
     }
 
-    // The files hold the reviewed bytes; they are appended to, never
-    // truncated, so a second run into the same package doubles them.
+    // An empty destination makes nothing. Otherwise the files hold the
+    // reviewed bytes; they are appended to, never truncated, so a second run
+    // into the same package doubles them.
     void packageFiles() {
-        mainIdentity = "/Main Identity_(5 Mar 2026,14-07-09).rge";
+        mainIdentity =
+            "/pellomar-test-" + QString::number(QCoreApplication::applicationPid()) + ".rge";
+        m_thread.CreateRGEWraper(QString());
+        QVERIFY(!QFileInfo::exists(mainIdentity));
+        QVERIFY(!QFileInfo::exists(QDir::currentPath() + mainIdentity));
         const QString p = m_dir.path() + mainIdentity + "/";
         const QString reviewed = SourceDir() + "/tests/data/sample-package/";
         for (int runs = 1; runs <= 2; ++runs) {
@@ -82,14 +87,6 @@ private slots:
         }
         QCOMPARE(QDir(p).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
                  QStringList({"Archive.xml", "Contents"}));
-    }
-
-    void emptyDestinationMakesNothing() {
-        mainIdentity =
-            "/pellomar-test-" + QString::number(QCoreApplication::applicationPid()) + ".rge";
-        m_thread.CreateRGEWraper(QString());
-        QVERIFY(!QFileInfo::exists(mainIdentity));
-        QVERIFY(!QFileInfo::exists(QDir::currentPath() + mainIdentity));
     }
 
     void mapping_data() {
