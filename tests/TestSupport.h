@@ -8,6 +8,7 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryDir>
 #include <QtGlobal>
 
 namespace TestSupport {
@@ -26,6 +27,17 @@ inline bool WriteFile(const QString& path, const QByteArray& bytes) {
     if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return false;
     return f.write(bytes) == bytes.size();
+}
+
+// Writes bytes to a new file (named `name` when given, folders included) in
+// a folder that is removed when the test ends; returns its path.
+inline QString TempFile(const QByteArray& bytes, const QString& name = QString()) {
+    static QTemporaryDir dir;
+    static int count = 0;
+    const QString path = dir.filePath(name.isEmpty() ? QString::number(++count) + ".emlx" : name);
+    if (!WriteFile(path, bytes))
+        qFatal("cannot write %s", qPrintable(path));
+    return path;
 }
 
 inline QByteArray ReadFile(const QString& path) {
