@@ -69,22 +69,6 @@ private slots:
         QCOMPARE(folders, folderOfEach);
     }
 
-    void getParentIdPrefersTheMostRecentIdentifier() {
-        ScaningThread thread;
-        for (unsigned long long id : {600, 601, 602})
-            objMapName_FID.insert(QStringLiteral("X"), id);
-        objMapFID_PID.insert(600, 501);
-        objMapFID_PID.insert(601, 501); // 602 has no parent entry: parent 0
-        unsigned long long out = 1;
-        QVERIFY(thread.GetParentId(QStringLiteral("X"), 501, &out));
-        QCOMPARE(out, 601ULL);
-        QVERIFY(thread.GetParentId(QStringLiteral("X"), 0, &out));
-        QCOMPARE(out, 602ULL);
-        out = 1;
-        QVERIFY(!thread.GetParentId(QStringLiteral("X"), 502, &out));
-        QCOMPARE(out, 1ULL);
-    }
-
 private:
     RecordingSink m_sink;
 };
