@@ -116,8 +116,11 @@ template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) 
         return v;
     };
     // Bytes that stop the run (high bytes are the negative ones), and "\n"
-    // followed by "F".
-    auto bad = [](V16 v) { return (v == 0) | (v == '\r') | (v == '<') | (v < 0); };
+    // followed by "F". A "<" matters only where a marker could start ("<?"
+    // or "<!"), so HTML markup does not break the run.
+    auto bad = [](V16 v, V16 next) {
+        return (v == 0) | (v == '\r') | ((v == '<') & ((next == '?') | (next == '!'))) | (v < 0);
+    };
     auto lineF = [](V16 v, V16 next) { return (v == '\n') & (next == 'F'); };
     auto any = [](V16 v) {
         quint64 halves[2];
@@ -127,9 +130,10 @@ template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) 
     for (; i + 17 <= size; i += 16) {
         const V16 v = load(i);
         const V16 next = load(i + 1);
-        if (!any(bad(v) | lineF(v, next)))
+        const V16 stop = bad(v, next);
+        if (!any(stop | lineF(v, next)))
             continue;
-        if (any(bad(v)))
+        if (any(stop))
             break;
         for (qint64 k = i; k < i + 16; ++k)
             if (data[k] == '\n')
