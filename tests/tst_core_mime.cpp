@@ -7,6 +7,8 @@
 
 #include <QtTest>
 
+#include <cctype>
+
 using TestSupport::Emlx;
 using TestSupport::TempFile;
 
@@ -78,45 +80,6 @@ private slots:
         QCOMPARE(got, expected);
     }
 
-    // Delimiter lines of one level: count, closed flag and the length of
-    // the last recorded line.
-    void delimiters_data() {
-        QTest::addColumn<QByteArray>("file");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<bool>("closed");
-        QTest::addColumn<int>("lastLength");
-        auto row = [](const char* name, const QByteArray& file, int count, bool closed, int last) {
-            QTest::newRow(name) << file << count << closed << last;
-        };
-        const QByteArray head = "Content-Type: multipart/mixed; boundary=\"b\"\n\n";
-        const QByteArray trailer = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-        row("closed", Emlx(head + "--b\n\nx\n--b\n\ny\n--b--\n"), 3, true, 6);
-        row("close with trailing blanks", Emlx(head + "--b\n\nx\n--b--  \n"), 2, true, 8);
-        row("trailer inside a line", "9\n" + head + "--b\n\nx" + trailer + "--b\n", 2, true, 40);
-        row("trailer mark behind a nul byte is no trailer",
-            "9\n" + head + "--b\n\nx" + QByteArray("\0", 1) + trailer + "--b--\n", 2, true, 6);
-        row("no close, no trailer", "9\n" + head + "--b\n\nx\n--b\n\ny\n", 2, false, 4);
-        row("delimiter with trailing blank is no delimiter", Emlx(head + "--b \n\nx\n--b--\n"), 1,
-            true, 6);
-        row("crlf", Emlx(QByteArray(head + "--b\n\nx\n--b--\n").replace("\n", "\r\n")), 2, true, 6);
-    }
-    void delimiters() {
-        QFETCH(QByteArray, file);
-        QFETCH(int, count);
-        QFETCH(bool, closed);
-        QFETCH(int, lastLength);
-        MessageFile f;
-        QVERIFY(f.Open(TempFile(file)));
-        const QVector<BoundaryLevel> levels = ScanBoundaries(f);
-        QCOMPARE(levels.size(), 1);
-        QCOMPARE(levels[0].positions.size(), count);
-        QCOMPARE(levels[0].closed, closed);
-        QCOMPARE(levels[0].lengths.last(), lastLength);
-        // Every recorded position lies right after a line.
-        for (qint64 pos : levels[0].positions)
-            QVERIFY(pos == file.size() || file.at(int(pos) - 1) == '\n');
-    }
-
     void delimiterAlignment() {
         // Delimiter lines after body lines of every length, so that they
         // fall on every offset of the byte blocks the walk reads.
@@ -137,7 +100,8 @@ private slots:
 
     // Body ranges are given by markers: a body starts where its marker
     // starts and ends where its end marker (searched after it) starts.
-    // Markers: plain start, plain end, html start, html end ("" for none).
+    // Markers: plain start, plain end, html start, html end ("" for none, "$"
+    // for the end of the file).
     void textBodies_data() {
         QTest::addColumn<QByteArray>("message");
         QTest::addColumn<QString>("charsets"); // plain|html|encoding, "-" for none
@@ -174,6 +138,19 @@ private slots:
             "windows-1252|-|8bit", plain);
         row("prefix ignores case, semicolon ending",
             one("content-type: TEXT/PLAIN; CHARSET=utf-8;\n"), "utf-8|-|", plain);
+        const QByteArray text = "Content-Type: multipart/mixed; boundary=b\n\n"
+                                "--b\nContent-Type: text/plain\n\nBODY\nx";
+        row("close with trailing blanks", text + "\n--b--  \n", "|-|", {"BODY", "--b--", "", ""});
+        row("trailer inside a line ends the level",
+            text + "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n--b--\n", "|-|",
+            {"BODY", "x<?xml", "", ""});
+        row("trailer mark behind a nul byte is no trailer",
+            text + QByteArray("\0<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n--b--\n", 46), "|-|",
+            {"BODY", "--b--", "", ""});
+        row("no close, no trailer: ends with the file",
+            QByteArray::number(text.size() + 1) + "\n" + text + "\n", "|-|", {"BODY", "$", "", ""});
+        row("delimiter with trailing blank is no delimiter",
+            QByteArray(text).replace("--b\n", "--b \n") + "\n--b--\n", "-|-|-", {"", "", "", ""});
         row("last text part wins, encoding shared",
             "Content-Type: multipart/mixed; boundary=b\n\n"
             "--b\nContent-Type: text/plain; charset=a\nContent-Transfer-Encoding: 7bit\n\nONE\n"
@@ -201,17 +178,19 @@ private slots:
         QFETCH(QByteArray, message);
         QFETCH(QString, charsets);
         QFETCH(QByteArrayList, markers);
-        const QByteArray file = Emlx(message);
+        // A message given with its count line is the whole file, without trailer.
+        const QByteArray file = isdigit(message.at(0)) ? message : Emlx(message);
         // A delimiter line's length counts its text, where "\r\n" is one
         // character: in a CRLF file the end lands one byte into the line.
         const int shift = message.contains("\r\n") ? 1 : 0;
         QVector<qint64> expected;
         for (int i = 0; i < 4; i += 2) {
             const qint64 start = markers[i].isEmpty() ? 0 : file.indexOf(markers[i]);
+            const QByteArray& end = markers[i + 1];
             expected << start
-                     << (markers[i + 1].isEmpty()
-                             ? 0
-                             : file.indexOf(markers[i + 1], int(start)) + shift);
+                     << (end.isEmpty() ? 0
+                         : end == "$"  ? file.size()
+                                       : file.indexOf(end, int(start)) + shift);
         }
         MailItem* item = NewMailItem();
         QVERIFY(AnalyseMessageFile(TempFile(file), item));
