@@ -51,24 +51,12 @@ private slots:
         const QByteArray png = "Content-Type: image/png; name=\"a.png\"\n";
         const QByteArray att = "Content-Disposition: attachment; filename=\"a.png\"\n";
         const QByteArray cid = "Content-ID: <c>\n";
-        row("disposition with file name", WithPart(png + att), {"a.png"});
-        row("inline image with content id, name completed",
-            WithPart("Content-Type: image/gif; name=\"logo\"\nContent-ID: <part1>\n"),
-            {"logo.gif"});
         row("text body marker is no content id", WithPart(png + "Content-ID: html-body\n"), {});
-        row("name and file name on tab lines",
-            WithPart("Content-Type: application/pdf;\n\tname=\"x.pdf\"\n"
-                     "Content-Disposition: attachment;\n\tfilename=\"x.pdf\"\n"),
-            {"x.pdf"});
         row("unquoted continuation name", WithPart("Content-Type: video/mp4;\n name=clip;\n" + cid),
             {"clip.mp4"});
         row("dotted name kept whatever the type",
             WithPart("Content-Type: image/png; name=\"a.jpg\"\n" + cid), {"a.jpg"});
         row("no name", WithPart("Content-Type: image/png;\n" + cid), {".png"});
-        row("encoded name",
-            WithPart("Content-Type: application/pdf; name=\"=?utf-8?B?" +
-                     QByteArray("résumé.pdf").toBase64() + "?=\"\n" + cid),
-            {QString::fromUtf8("résumé.pdf")});
         row("disposition without file name", WithPart(png + "Content-Disposition: inline\n"), {});
         row("text part never listed", WithPart("Content-Type: text/plain; name=\"a.png\"\n" + att),
             {});
@@ -127,7 +115,6 @@ private slots:
         row("not encoded", "a.pdf", "");
         row("base64 is utf-8 whatever the charset", b64("=?iso-8859-1?B?", "ü.txt"), "ü.txt");
         row("base64 stops at nul", b64("=?utf-8?B?", QByteArray("a\0b", 3)), "a");
-        row("q with cp949", "=?ks_c_5601-1987?Q?=BA=B8=B0=ED=BC=AD.txt?=", "보고서.txt");
         row("q without charset is utf-8", "=??Q?=C3=A9?=", "é");
         row("q unknown charset is latin-1", "=?x-nothing?Q?=E9t=E9?=", "été");
         row("lower-case encoding", "=?utf-8?q?abc?=", "");

@@ -24,9 +24,6 @@ private slots:
         row("mail: nested mailboxes with uuid/Data level",
             kMail + "/V2/Mailboxes/Work.mbox/Projects.mbox/6F3A/Data/3" + msg, kMail,
             "Mailboxes/Work/Projects");
-        row("mail: imap account keeps its folders without .mbox",
-            kMail + "/V2/IMAP-a@example.org/INBOX.imapmbox" + msg, kMail,
-            "IMAP-a@example.org/INBOX.imapmbox/Messages");
         row("mail: mailbox starting with V loses its level",
             kMail + "/Vacation.mbox/Sub.mbox" + msg, kMail, "Sub");
         row("mail: lone V mailbox keeps Messages", kMail + "/Vacation.mbox" + msg, kMail,
@@ -38,8 +35,6 @@ private slots:
             QStringLiteral("/Volumes/Old Disk"), "Mailboxes/A");
 
         // Elsewhere: the store folder is removed, the version folder kept.
-        row("store: version folder kept", kStore + "/V2/Mailboxes/Work.mbox/Projects.mbox" + msg,
-            kStore, "V2/Mailboxes/Work/Projects");
         row("store: Library picked, /Mail/ dropped", "/Users/x/Library/Mail/V2/A.mbox" + msg,
             QStringLiteral("/Users/x/Library"), "V2/A");
         row("store: /V/ folder dropped to its slash", kStore + "/V/Mailboxes/A.mbox" + msg, kStore,

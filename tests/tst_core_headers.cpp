@@ -29,23 +29,12 @@ private slots:
         auto row = [](const char* name, const QByteArray& headers, const QString& expected) {
             QTest::newRow(name) << headers << expected;
         };
-        row("plain fields keep their line feed",
-            "From: Ann <a@example.org>\n" + to + "X-Priority: 3 (Normal)\nSubject: Hi\n" + date,
-            "Ann <a@example.org>\n|b@example.org\n|Hi\n|05 Mar 2013 02:07:09 PM|3");
-        row("priority after the four fields is not read",
-            "From: a\n" + to + "Subject: s\n" + date + "X-Priority: 1\n",
-            "a\n|b@example.org\n|s\n|05 Mar 2013 02:07:09 PM|0");
-        row("q word followed by an address is decoded whole, underscore kept",
-            "From: =?utf-8?Q?J=C3=B6rg?= <j@x>\nTo: =?utf-8?Q?J=C3=B6rg_M?=\n",
-            QString::fromUtf8("Jörg?\0j@x>\n|Jörg_M|-|-|0", 26));
-        row("b words: with codec, unknown charset read as utf-8",
-            "From: =?iso-8859-1?B?" + QByteArray("Zo\xeb").toBase64() + "?=\nTo: =?x-nothing?B?" +
-                QByteArray("Zoë").toBase64() + "?=\n",
-            "Zoë|Zoë|-|-|0");
+        row("plain fields keep their line feed, b word with unknown charset read as utf-8",
+            "From: Ann <a@example.org>\n" + to + "X-Priority: 3 (Normal)\nSubject: =?x-nothing?B?" +
+                QByteArray("Zoë").toBase64() + "?=\n" + date,
+            "Ann <a@example.org>\n|b@example.org\n|Zoë|05 Mar 2013 02:07:09 PM|3");
         row("unknown encoding keeps the text, priority without digit",
             "From: =?utf-8?X?abc?=\nX-Priority: (none)\n", "=?utf-8?X?abc?=\n|-|-|-|0");
-        row("ks_c_5601-1987 read as cp949", "Subject: =?ks_c_5601-1987?Q?=BA=B8=B0=ED=BC=AD?=\n",
-            "-|-|보고서|-|0");
         row("subject words joined, text after a word kept",
             "Subject:  =?utf-8?Q?Caf=C3=A9?= =?utf-8?b?" + QByteArray("ä").toBase64() +
                 "?= =?UTF-8?q?x?= done\n",
@@ -53,8 +42,6 @@ private slots:
         row("folded subject with encoded continuation, folded to",
             "Subject: =?utf-8?Q?a?=\n =?utf-8?Q?b?=\n\tplain\nTo: a@x,\n b@y\nFrom: f\n",
             "f\n|a@x,\n b@y\n|ab\tplain\n|-|0");
-        row("folded date", "Date: Tue, 05 Mar 2013\n 14:07:09 +0000\n",
-            "-|-|-|05 Mar 2013 02:07:09 PM|0");
         row("seek back by characters lands inside a line",
             "Date: 5 Mar 13 01:02:03\nSubject: \xc3\xb1\n", "-|-|-|05 Mar 2013 01:02:03 AM|0");
         row("date with zone name and full weekday", "Date: Tuesday, 05 March 2013 14:07:09 EST\n",
