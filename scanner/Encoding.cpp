@@ -36,6 +36,16 @@ QString DecodeNameWord(const QString& charset, const QString& encoding, const QS
 
 } // namespace
 
+QString SplitEncodedWord(const QString& word, QString* charset, QString* encoding) {
+    QString rest = word;
+    int q = rest.indexOf(QLatin1Char('?'));
+    *charset = q < 0 ? rest : rest.left(q);
+    rest = q < 0 ? QString() : rest.mid(q + 1);
+    q = rest.indexOf(QLatin1Char('?'));
+    *encoding = q < 0 ? rest : rest.left(q);
+    return q < 0 ? QString() : rest.mid(q + 1);
+}
+
 QTextCodec* CodecForCharset(const QString& charset) {
     if (charset.isEmpty())
         return nullptr;
@@ -71,13 +81,8 @@ QByteArray ScaningThread::QDecode(const QString& text) {
 QString ScaningThread::DecodeAttName(const QString& text) {
     if (!text.startsWith(QLatin1String("=?")))
         return QString();
-    QString rest = text.mid(2);
-    int q = rest.indexOf(QLatin1Char('?'));
-    const QString charset = q < 0 ? rest : rest.left(q);
-    rest = q < 0 ? QString() : rest.mid(q + 1);
-    q = rest.indexOf(QLatin1Char('?'));
-    const QString encoding = q < 0 ? rest : rest.left(q);
-    rest = q < 0 ? QString() : rest.mid(q + 1);
+    QString charset, encoding;
+    QString rest = SplitEncodedWord(text.mid(2), &charset, &encoding);
     if (rest.endsWith(QLatin1String("?="))) {
         rest.chop(2);
         return DecodeNameWord(charset, encoding, rest);

@@ -38,13 +38,9 @@ QString DecodeWordText(const QString& charset, const QString& encoding, const QS
 // The value of a From/To line written as one encoded word. rest is the
 // text after the leading "=?"; raw is the value as it stands, kept when the
 // encoding is unknown.
-QString DecodeSingleWord(QString rest, const QString& raw) {
-    int q = rest.indexOf(QLatin1Char('?'));
-    const QString charset = q < 0 ? rest : rest.left(q);
-    rest = q < 0 ? QString() : rest.mid(q + 1);
-    q = rest.indexOf(QLatin1Char('?'));
-    const QString encoding = q < 0 ? rest : rest.left(q);
-    rest = q < 0 ? QString() : rest.mid(q + 1);
+QString DecodeSingleWord(const QString& word, const QString& raw) {
+    QString charset, encoding;
+    QString rest = SplitEncodedWord(word, &charset, &encoding);
     if (rest.endsWith(QLatin1String("?=\n")))
         rest.chop(3);
     const QString decoded = DecodeWordText(charset, encoding, rest, false);

@@ -61,6 +61,9 @@ struct HeaderFields {
 HeaderFields ReadHeaderFields(MessageFile& file);
 
 class QTextCodec;
+// Splits an encoded word after its "=?" into charset and encoding (each up
+// to the next "?") and returns the rest.
+QString SplitEncodedWord(const QString& word, QString* charset, QString* encoding);
 // Codec for a charset name of a mail header; ks_c_5601-1987 is read as
 // cp949. Null when the name is empty or unknown.
 QTextCodec* CodecForCharset(const QString& charset);

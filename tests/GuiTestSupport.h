@@ -2,6 +2,8 @@
 // Helpers for widget tests: answering the modal message boxes the window
 // opens, without a person at the keyboard.
 
+#include "PreviewWindow.h"
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QMessageBox>
@@ -10,6 +12,25 @@
 #include <memory>
 
 namespace GuiTestSupport {
+
+// Qt WebEngine needs shared OpenGL contexts before the application exists.
+struct WebEngineSetup {
+    WebEngineSetup() { QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts); }
+};
+static WebEngineSetup webEngineSetup;
+
+// The main window with the save folder chooser replaced by scripted answers.
+class ScriptedWindow : public PreviewWindow {
+public:
+    QStringList answers;
+    int asked = 0;
+
+protected:
+    QString AskForSaveDirectory() override {
+        ++asked;
+        return answers.isEmpty() ? QString() : answers.takeFirst();
+    }
+};
 
 struct SeenBox {
     QString title;

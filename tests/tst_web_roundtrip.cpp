@@ -13,32 +13,6 @@
 #include <QTreeWidget>
 #include <QtTest>
 
-namespace {
-struct WebEngineSetup {
-    WebEngineSetup() { QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts); }
-} webEngineSetup;
-
-class ScriptedWindow : public PreviewWindow {
-public:
-    QString saveTo;
-
-protected:
-    QString AskForSaveDirectory() override { return saveTo; }
-};
-
-bool CopyTree(const QString& from, const QString& to) {
-    QDirIterator it(from, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString src = it.next();
-        const QString dst = to + src.mid(from.size());
-        QDir().mkpath(QFileInfo(dst).absolutePath());
-        if (!QFile::copy(src, dst))
-            return false;
-    }
-    return true;
-}
-} // namespace
-
 class TestRoundTrip : public QObject {
     Q_OBJECT
 private slots:
@@ -46,11 +20,11 @@ private slots:
         QTemporaryDir tmp;
         const QString store = tmp.path() + "/Mail";
         const QString out = tmp.path() + "/out";
-        QVERIFY(CopyTree(TestSupport::SampleStore(), store));
+        QVERIFY(TestSupport::CopyFolder(TestSupport::SampleStore(), store));
         QVERIFY(QDir().mkpath(out));
 
         closeevent = 1;
-        ScriptedWindow w;
+        GuiTestSupport::ScriptedWindow w;
         w.show();
         m_strInputfilepath = store;
         auto scanned = GuiTestSupport::AnswerNextMessageBox(QMessageBox::Ok);
@@ -81,7 +55,7 @@ private slots:
         QTreeWidgetItem* root = w.m_pLeftTreeWidget->topLevelItem(0);
         root->setCheckState(0, Qt::Checked);
         w.ShowindivisualMailItemsInfo(root, 0);
-        w.saveTo = out;
+        w.answers = QStringList{out};
         w.OnSavingFiles();
         QVERIFY(!IsPreview);
         QTRY_VERIFY_WITH_TIMEOUT(IsPreview, 30000);

@@ -13,23 +13,6 @@
 #include <unistd.h>
 
 namespace {
-struct WebEngineSetup {
-    WebEngineSetup() { QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts); }
-} webEngineSetup;
-
-// The window with the folder chooser replaced by scripted answers.
-class ScriptedWindow : public PreviewWindow {
-public:
-    QStringList answers;
-    int asked = 0;
-
-protected:
-    QString AskForSaveDirectory() override {
-        ++asked;
-        return answers.isEmpty() ? QString() : answers.takeFirst();
-    }
-};
-
 QTreeWidgetItem* Item(QTreeWidget* tree, unsigned long long id) {
     for (QTreeWidgetItemIterator it(tree); *it; ++it)
         if ((*it)->text(1) == QString::number(id))
@@ -40,7 +23,7 @@ QTreeWidgetItem* Item(QTreeWidget* tree, unsigned long long id) {
 
 class TestTicks : public QObject {
     Q_OBJECT
-    ScriptedWindow* w = nullptr;
+    GuiTestSupport::ScriptedWindow* w = nullptr;
 
     // Mailbox(501) > A(502) > {A1(503) > A1x(506), A2(504)}, B(505)
     void click(unsigned long long id, Qt::CheckState state) {
@@ -62,7 +45,7 @@ class TestTicks : public QObject {
 private slots:
     void init() {
         closeevent = 1;
-        w = new ScriptedWindow;
+        w = new GuiTestSupport::ScriptedWindow;
         w->LeftTreeView(501, 502, "A");
         w->LeftTreeView(502, 503, "A1");
         w->LeftTreeView(502, 504, "A2");

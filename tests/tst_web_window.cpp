@@ -12,10 +12,6 @@
 #include <QtTest>
 
 namespace {
-struct WebEngineSetup {
-    WebEngineSetup() { QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts); }
-} webEngineSetup;
-
 QTreeWidgetItem* FindFolder(QTreeWidget* tree, unsigned long long id) {
     for (QTreeWidgetItemIterator it(tree); *it; ++it)
         if ((*it)->text(1) == QString::number(id))
@@ -39,17 +35,6 @@ private slots:
         closeevent = 1;
         delete w;
         w = nullptr;
-    }
-
-    void startsWithSaveDisabled() {
-        QVERIFY(m_pOpenFile->isEnabled());
-        QVERIFY(!w->m_pSaveFile->isEnabled());
-        QVERIFY(!w->m_pSaveFileMenu->isEnabled());
-        QCOMPARE(w->m_pOpenFileMenu->shortcut(), QKeySequence("Ctrl+N"));
-        QCOMPARE(w->m_pSaveFileMenu->shortcut(), QKeySequence("Ctrl+S"));
-        QCOMPARE(w->m_pLeftTreeWidget->columnCount(), 8);
-        QCOMPARE(w->m_pCenterTreeWidget->columnCount(), 6);
-        QVERIFY(w->m_pCenterTreeWidget->isColumnHidden(5));
     }
 
     void folderCallsFromWorkerRunOnGuiThreadInOrder() {
