@@ -28,6 +28,7 @@
 #include <QSplitter>
 #include <QSysInfo>
 #include <QTextEdit>
+#include <QTimer>
 #include <QToolBar>
 #include <QTreeWidget>
 #include <QTreeWidgetItemIterator>
@@ -488,6 +489,9 @@ void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
         f->comBoxAttch->addItem(QIcon(QStringLiteral(":/images/img_Attachment.png")),
                                 Utf16Text(a->pName, a->ulNameSize));
     m_attachmentFiles = WriteAttachments(mail, AttachmentFolder());
+    // Showing the attachment list narrows the header fields: elide again
+    // once the layout has settled.
+    QTimer::singleShot(0, this, &PreviewWindow::ReElideHeaderFields);
 }
 
 void PreviewWindow::OnIndexChange(int index) {
@@ -725,6 +729,10 @@ void PreviewWindow::closeEvent(QCloseEvent* event) {
 
 void PreviewWindow::resizeEvent(QResizeEvent* event) {
     QMainWindow::resizeEvent(event);
+    ReElideHeaderFields();
+}
+
+void PreviewWindow::ReElideHeaderFields() {
     Ui::TextBrowserDlg* f = m_pTextBrowser->ui;
     const QFontMetrics metrics(font());
     if (!m_strFullSubject.isEmpty())

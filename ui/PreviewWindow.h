@@ -123,6 +123,7 @@ private:
     void AppendMessageRow(const QString& subject, const QString& number, bool hasAttachments,
                           int priority);
     void ClearPreview();
+    void ReElideHeaderFields();
     void SetFileActionsEnabled(bool open, bool save);
     void OpenSupportLink(const QString& key);
     QTreeWidgetItem* FolderItem(unsigned long long id) const;
