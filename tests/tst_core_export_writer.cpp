@@ -137,7 +137,7 @@ private slots:
         const QByteArray text = head +
                                 "X-Apple-Content-Length: 4\n"
                                 "Content-Transfer-Encoding: base64\n\n--b\n"
-                                "Content-Type: image/gif\nX-Apple-Content-Length: 9\n\n--b--\n";
+                                "Content-Type: image/gif\nX-Apple-Content-Length: 9\r\n\n--b--\n";
         const QByteArray msg = Emlx(text);
         Row("partial: two headers, two parts", msg,
             head + "\nAAAA\nBBBB\n\n\n--b\nContent-Type: image/gif\n\nR0lG\n\n--b--\n", true,
@@ -149,7 +149,7 @@ private slots:
             {QByteArray("\xFF\xE9\r\nab\0cd\nFrom x\n", 17), "z"});
         Row("partial: header block never ends", Emlx("X-Apple-Content-Length: 3\nA: b\n"), "\nP\n",
             true, {"P"});
-        Row("plain copy keeps the header", msg, text);
+        Row("plain copy keeps the header", msg, QByteArray(text).replace("\r\n", "\n"));
 
         // Messages (and detached parts) built from awkward fragments, against
         // the whole-line rules.
