@@ -49,24 +49,18 @@ private slots:
         QDir().mkpath(m_dir.path());
     }
 
-    void timeStamp_data() {
-        QTest::addColumn<QDateTime>("when");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("day without zero, hour with one")
-            << QDateTime(QDate(2026, 3, 5), QTime(4, 7, 9)) << "(5 Mar 2026,04-07-09)";
-        QTest::newRow("24-hour clock")
-            << QDateTime(QDate(2027, 12, 31), QTime(23, 59, 59)) << "(31 Dec 2027,23-59-59)";
-    }
+    // Day without a leading zero, hours of the 24-hour clock with one, and
+    // the same on a system set to another language.
     void timeStamp() {
-        QFETCH(QDateTime, when);
-        QFETCH(QString, expected);
-        QCOMPARE(MakeSaveTimeStamp(when), expected);
-        // The same on a system set to another language.
+        const QDateTime a(QDate(2026, 3, 5), QTime(4, 7, 9));
+        const QDateTime b(QDate(2027, 12, 31), QTime(23, 59, 59));
+        const QString stamps = MakeSaveTimeStamp(a) + MakeSaveTimeStamp(b);
         const QLocale before;
         QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-        const QString german = MakeSaveTimeStamp(when);
+        const QString german = MakeSaveTimeStamp(a) + MakeSaveTimeStamp(b);
         QLocale::setDefault(before);
-        QCOMPARE(german, expected);
+        QCOMPARE(stamps, QString("(5 Mar 2026,04-07-09)(31 Dec 2027,23-59-59)"));
+        QCOMPARE(german, stamps);
     }
 
     // An empty destination makes nothing. Otherwise the files hold the

@@ -93,46 +93,36 @@ private slots:
     void run_data() {
         // Tick states of Work, Projects, Part and RSS: 1 all, 2 partly, 3 none.
         QTest::addColumn<QString>("ticks");
-        QTest::addColumn<QString>("damage");
         QTest::addColumn<int>("total");
+        QTest::addColumn<QString>("damage");
         QTest::addColumn<int>("progress");
         QTest::addColumn<int>("work"); // messages in each mbox; -1: not checked
         QTest::addColumn<int>("projects");
         QTest::addColumn<QByteArray>("partMbox");
-        const QByteArray cut = kSep + "Content-Type: image/png\n\n",
-                         part = cut + "iVBO\n\n\n--b--\n";
-        QTest::newRow("everything") << "1111"
-                                    << "" << 5 << 5 << 2 << 1 << part;
+        const QByteArray none, cut = kSep + "Content-Type: image/png\n\n";
+        const QByteArray part = cut + "iVBO\n\n\n--b--\n";
+        QTest::newRow("everything") << "1111" << 5 << "" << 5 << 2 << 1 << part;
         QTest::newRow("partly ticked folder writes none of its own")
-            << "2111"
-            << "" << 3 << 3 << 0 << 1 << part;
-        QTest::newRow("unticked folders") << "3133"
-                                          << "" << 1 << 1 << 0 << 1 << QByteArray();
+            << "2111" << 3 << "" << 3 << 0 << 1 << part;
+        QTest::newRow("unticked folders") << "3133" << 1 << "" << 1 << 0 << 1 << none;
         // RSS items count toward the total but are not written.
-        QTest::newRow("only the news folder") << "3331"
-                                              << "" << 1 << 1 << 0 << 0 << QByteArray();
+        QTest::newRow("only the news folder") << "3331" << 1 << "" << 1 << 0 << 0 << none;
         // A stop request during a message lets it finish; the next is not started.
-        QTest::newRow("stop before the first") << "1111"
-                                               << "stop0" << 5 << 0 << 0 << 0 << QByteArray();
-        QTest::newRow("stop after the first") << "1111"
-                                              << "stop1" << 5 << 1 << 1 << 0 << QByteArray();
-        QTest::newRow("stop after the second") << "1111"
-                                               << "stop2" << 5 << 2 << 2 << 0 << QByteArray();
+        QTest::newRow("stop before the first") << "1111" << 5 << "stop0" << 0 << 0 << 0 << none;
+        QTest::newRow("stop after the first") << "1111" << 5 << "stop1" << 1 << 1 << 0 << none;
+        QTest::newRow("stop after the second") << "1111" << 5 << "stop2" << 2 << 2 << 0 << none;
         // The run ends at a message file it cannot open.
-        QTest::newRow("missing message file") << "1111"
-                                              << "message" << 5 << 1 << 1 << 0 << QByteArray();
+        QTest::newRow("missing message file") << "1111" << 5 << "message" << 1 << 1 << 0 << none;
         // A mbox that cannot be opened loses its messages only.
-        QTest::newRow("mbox is a folder") << "1111"
-                                          << "mbox" << 5 << 5 << -1 << 1 << part;
+        QTest::newRow("mbox is a folder") << "1111" << 5 << "mbox" << 5 << -1 << 1 << part;
         // The run ends at a detached part it cannot open; the message stays
         // as far as it was written.
-        QTest::newRow("missing part file") << "1111"
-                                           << "part" << 5 << 3 << 2 << 1 << cut;
+        QTest::newRow("missing part file") << "1111" << 5 << "part" << 3 << 2 << 1 << cut;
     }
     void run() {
         QFETCH(QString, ticks);
-        QFETCH(QString, damage);
         QFETCH(int, total);
+        QFETCH(QString, damage);
         QFETCH(int, progress);
         QFETCH(int, work);
         QFETCH(int, projects);
