@@ -149,13 +149,11 @@ private slots:
         QFETCH(QString, messageName);
         QFETCH(QStringList, listed);
         QFETCH(QStringList, paired);
-        auto part = [](const char* name) {
-            return QByteArray("--b\nContent-Type: application/pdf; name=\"") + name +
-                   "\"\nContent-Disposition: attachment; filename=\"" + name +
-                   "\"\nX-Apple-Content-Length: 100\n\n";
-        };
-        const QByteArray message = "Content-Type: multipart/mixed; boundary=\"b\"\n\n" +
-                                   part("p.pdf") + part("q.pdf") + "--b--\n";
+        const QByteArray part = "--b\nContent-Type: application/pdf; name=\"p.pdf\"\n"
+                                "Content-Disposition: attachment; filename=\"p.pdf\"\n"
+                                "X-Apple-Content-Length: 100\n\n";
+        const QByteArray message =
+            "Content-Type: multipart/mixed; boundary=\"b\"\n\n" + part + part + "--b--\n";
         const QString path =
             TempFile(Emlx(message), QStringLiteral("p%1/Messages/").arg(++m_count) + messageName);
         const QString dir = path.left(path.lastIndexOf('/') + 1);
