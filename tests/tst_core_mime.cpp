@@ -124,10 +124,6 @@ private slots:
         row("quoted semicolon ending",
             one("Content-Type: text/html; charset=\"koi8-r\";\n\tdelsp=yes\n"), "-|koi8-r|",
             {"", "", "BODY", "--b--"});
-        row("charset on continuation line",
-            one("Content-Type: text/plain;\n\tcharset=\"windows-1252\"\n"
-                "Content-Transfer-Encoding: 8bit\n"),
-            "windows-1252|-|8bit", plain);
         row("prefix ignores case, semicolon ending",
             one("content-type: TEXT/PLAIN; CHARSET=utf-8;\n"), "utf-8|-|", plain);
         const QByteArray text = "Content-Type: multipart/mixed; boundary=b\n\n"
