@@ -58,8 +58,10 @@ void ScaningThread::EMLXFinder() {
                     QStringLiteral(">&") + ShellQuote(partList16));
 
     {
+        // Read as bytes, like the message list below: a text-mode read would
+        // drop a carriage return inside a folder name.
         QFile parts(partList);
-        if (!parts.open(QIODevice::ReadOnly | QIODevice::Text))
+        if (!parts.open(QIODevice::ReadOnly))
             return;
         QTextStream in(&parts);
         in.setCodec("UTF-8");
