@@ -285,6 +285,9 @@ bool MessageFile::Open(const QString& path) {
 }
 
 void MessageFile::ReleaseBehind(qint64 from, qint64 pos) const {
+    // Callers pass the end of their previous call as `from`; the last
+    // megabyte before it was kept then and is given back now.
+    from -= 1024 * 1024;
     static const qint64 page = qint64(sysconf(_SC_PAGESIZE));
     const qint64 keep = 1024 * 1024;
     const qint64 first = (qMax<qint64>(from, 0) + page - 1) / page * page;
@@ -382,9 +385,13 @@ void MessageFile::SkipToHeaderLine() {
             ReleaseBehind(released, at);
             released = at;
         }
-        const void* hit = memchr(d + at, ':', size_t(limit - at));
-        if (!hit)
-            break;
+        // A stretch at a time, so that pages behind can be given back.
+        const qint64 stretch = qMin(limit - at, kReleaseStep);
+        const void* hit = memchr(d + at, ':', size_t(stretch));
+        if (!hit) {
+            at += stretch;
+            continue;
+        }
         const qint64 colon = static_cast<const char*>(hit) - d;
         for (const Label& label : labels) {
             const qint64 start = colon - label.colon;
