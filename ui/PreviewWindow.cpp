@@ -545,6 +545,9 @@ void PreviewWindow::OnOpenFile() {
 
 void PreviewWindow::ShowScanningProgBar() {
     m_pInitialProcessInfo->Stop();
+    // Each run gets a new dialog; the last run's (hidden by now) goes.
+    if (m_pProgressInfo)
+        m_pProgressInfo->deleteLater();
     m_pProgressInfo = new QProgressInfo(this);
     m_pProgressInfo->setAttribute(Qt::WA_DeleteOnClose);
     connect(m_pProgressInfo, &QProgressInfo::OnAbort, this, &PreviewWindow::OnAbortSettings);
