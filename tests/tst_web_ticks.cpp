@@ -12,22 +12,13 @@
 
 #include <unistd.h>
 
-namespace {
-QTreeWidgetItem* Item(QTreeWidget* tree, unsigned long long id) {
-    for (QTreeWidgetItemIterator it(tree); *it; ++it)
-        if ((*it)->text(1) == QString::number(id))
-            return *it;
-    return nullptr;
-}
-} // namespace
-
 class TestTicks : public QObject {
     Q_OBJECT
     GuiTestSupport::ScriptedWindow* w = nullptr;
 
     // Mailbox(501) > A(502) > {A1(503) > A1x(506), A2(504)}, B(505)
     void click(unsigned long long id, Qt::CheckState state) {
-        QTreeWidgetItem* item = Item(w->m_pLeftTreeWidget, id);
+        QTreeWidgetItem* item = w->FolderItem(id);
         item->setCheckState(0, state);
         w->ShowindivisualMailItemsInfo(item, 0);
     }

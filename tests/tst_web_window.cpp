@@ -11,15 +11,6 @@
 #include <QTreeWidget>
 #include <QtTest>
 
-namespace {
-QTreeWidgetItem* FindFolder(QTreeWidget* tree, unsigned long long id) {
-    for (QTreeWidgetItemIterator it(tree); *it; ++it)
-        if ((*it)->text(1) == QString::number(id))
-            return *it;
-    return nullptr;
-}
-} // namespace
-
 class TestWindow : public QObject {
     Q_OBJECT
     PreviewWindow* w = nullptr;
@@ -61,7 +52,7 @@ private slots:
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
             order << f->ullId;
         QCOMPARE(order, (QList<unsigned long long>{501, 502, 503, 504, 505, 506}));
-        QTreeWidgetItem* projects = FindFolder(w->m_pLeftTreeWidget, 505);
+        QTreeWidgetItem* projects = w->FolderItem(505);
         QVERIFY(projects);
         QCOMPARE(projects->parent()->text(0), QStringLiteral("Work"));
         QCOMPARE(FindFolderRecord(505)->pTreeItem, static_cast<void*>(projects));
@@ -74,7 +65,7 @@ private slots:
     void unknownParentGetsNoItem() {
         w->LeftTreeView(501, 502, "A");
         w->LeftTreeView(999, 503, "Lost");
-        QVERIFY(!FindFolder(w->m_pLeftTreeWidget, 503));
+        QVERIFY(!w->FolderItem(503));
         FldrAtrib* lost = FindFolderRecord(503);
         QVERIFY(lost);
         QVERIFY(!lost->pTreeItem);
@@ -102,7 +93,7 @@ private slots:
         QFETCH(QString, afterFirst);
         QFETCH(QString, afterThird);
         w->LeftTreeView(501, 502, name);
-        QTreeWidgetItem* item = FindFolder(w->m_pLeftTreeWidget, 502);
+        QTreeWidgetItem* item = w->FolderItem(502);
         w->OnNewItem("one", "11", item, 502, 1, false, 0, 0);
         QCOMPARE(item->text(0), afterFirst);
         QCOMPARE(w->m_pLeftTreeWidget->currentItem(), item);
@@ -124,8 +115,7 @@ private slots:
         QFETCH(bool, attachments);
         QFETCH(bool, priorityIcon);
         w->LeftTreeView(501, 502, "Inbox");
-        w->OnNewItem("Subject text", "1234", FindFolder(w->m_pLeftTreeWidget, 502), 502, 1,
-                     attachments, priority, 0);
+        w->OnNewItem("Subject text", "1234", w->FolderItem(502), 502, 1, attachments, priority, 0);
         QTreeWidgetItem* row = w->m_pCenterTreeWidget->topLevelItem(0);
         QCOMPARE(row->text(4), QStringLiteral("Subject text"));
         QCOMPARE(row->text(5), QStringLiteral("1234"));
@@ -145,7 +135,7 @@ private slots:
                 AppendAttachment(m, NewAttachment());
             AppendMailToFolder(inbox, m);
         }
-        w->ShowindivisualMailItemsInfo(FindFolder(w->m_pLeftTreeWidget, 502), 0);
+        w->ShowindivisualMailItemsInfo(w->FolderItem(502), 0);
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 3);
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItem(1)->text(5), QStringLiteral("102"));
         QVERIFY(!w->m_pCenterTreeWidget->topLevelItem(1)->icon(3).isNull());

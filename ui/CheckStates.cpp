@@ -9,8 +9,6 @@
 #include <QTreeWidgetItemIterator>
 
 namespace {
-enum { ColName = 0, ColId = 1, ColParentId = 2, ColTickCode = 7 };
-
 unsigned char CodeOf(Qt::CheckState state) {
     switch (state) {
     case Qt::Checked:

@@ -42,8 +42,6 @@ int closeevent = 0;
 
 namespace {
 
-// Folder tree columns.
-enum { ColName = 0, ColId = 1, ColParentId = 2, ColTickCode = 7, FolderColumns = 8 };
 // Message list columns.
 enum {
     ColSizeHint = 0,
@@ -313,13 +311,7 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
     if (m_pLeftTreeWidget->topLevelItemCount() == 0)
         return;
     const QString parentText = QString::number(parentId);
-    QTreeWidgetItem* parentItem = nullptr;
-    for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it) {
-        if ((*it)->text(ColId) == parentText) {
-            parentItem = *it;
-            break;
-        }
-    }
+    QTreeWidgetItem* parentItem = FolderItem(parentId);
     QTreeWidgetItem* item = nullptr;
     if (parentItem) {
         item = new QTreeWidgetItem(parentItem);
@@ -609,12 +601,7 @@ void PreviewWindow::OnFinishScaning() {
         QMessageBox::information(nullptr, QStringLiteral("Vortiga"),
                                  QStringLiteral("File scan completed successfully."));
         m_pCenterTreeWidget->clear();
-        const FldrAtrib* last = LastFolderRecord();
-        if (last && last->ullMsgCount && last->pTreeItem) {
-            auto* item = static_cast<QTreeWidgetItem*>(last->pTreeItem);
-            m_pLeftTreeWidget->setCurrentItem(item);
-            ShowindivisualMailItemsInfo(item, 0);
-        }
+        ShowLastFolder();
     } else {
         QMessageBox::information(
             nullptr, QString(),
@@ -660,6 +647,11 @@ void PreviewWindow::OnEnableToOpenFind() {
     }
     m_pOpenFile->setEnabled(true);
     m_pOpenFileMenu->setEnabled(true);
+    ShowLastFolder();
+}
+
+// Selects the last folder of the scan and lists its messages, if it has any.
+void PreviewWindow::ShowLastFolder() {
     const FldrAtrib* last = LastFolderRecord();
     if (last && last->ullMsgCount && last->pTreeItem) {
         auto* item = static_cast<QTreeWidgetItem*>(last->pTreeItem);

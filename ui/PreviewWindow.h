@@ -24,6 +24,16 @@ namespace Ui {
 class MainWindowUi;
 }
 
+// Columns of the folder tree: the name (with the tick box), the folder's
+// identifier and its parent's, and the tick code ("1", "2" or "3").
+enum FolderTreeColumn {
+    ColName = 0,
+    ColId = 1,
+    ColParentId = 2,
+    ColTickCode = 7,
+    FolderColumns = 8
+};
+
 class PreviewWindow : public QMainWindow, public FolderTreeSink {
     Q_OBJECT
 public:
@@ -45,6 +55,8 @@ public:
     void MarkChildAccordingToParent(QTreeWidgetItem* item, unsigned char state);
     void MarkParentAccordingToChild(QTreeWidgetItem* item);
     void SetRecoverSelectedState();
+    // The tree item of a folder, or null.
+    QTreeWidgetItem* FolderItem(unsigned long long id) const;
 
     QTreeWidget* m_pLeftTreeWidget = nullptr;
     QTreeWidget* m_pCenterTreeWidget = nullptr;
@@ -126,7 +138,7 @@ private:
     void ReElideHeaderFields();
     void SetFileActionsEnabled(bool open, bool save);
     void OpenSupportLink(const QString& key);
-    QTreeWidgetItem* FolderItem(unsigned long long id) const;
+    void ShowLastFolder();
 
     Ui::MainWindowUi* ui;
 };
