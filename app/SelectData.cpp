@@ -1,5 +1,5 @@
-#include "SelectData.h"
-#include "Globals.h"
+#include "app/SelectData.h"
+#include "scanner/Globals.h"
 #include "ui_BrowseWindow.h"
 
 #include <QFileDialog>

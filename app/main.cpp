@@ -1,7 +1,7 @@
 // Pellomar: converts Apple Mail mailboxes into an Outlook 2011 for Mac archive.
-#include "Globals.h"
-#include "PreviewWindow.h"
-#include "SelectData.h"
+#include "app/SelectData.h"
+#include "scanner/Globals.h"
+#include "ui/PreviewWindow.h"
 
 #include <QApplication>
 #include <QDir>

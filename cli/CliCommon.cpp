@@ -1,6 +1,7 @@
-#include "CliCommon.h"
-#include "Globals.h"
-#include "ScaningThread.h"
+#include "cli/CliCommon.h"
+#include "scanner/Globals.h"
+#include "scanner/RunResult.h"
+#include "scanner/ScaningThread.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -63,7 +64,8 @@ bool RunWorker(ScaningThread& thread, bool preview) {
     QObject::connect(&thread, &ScaningThread::OnSettingsForPrgBar, &context,
                      [&bar](unsigned long total, const QString& text) { bar.start(total, text); });
     QObject::connect(&thread, &ScaningThread::CurrentValue, &context, [&bar] { bar.step(); });
-    QObject::connect(&thread, &ScaningThread::FinishScaning, &context, [&finished] { finished = true; });
+    QObject::connect(&thread, &ScaningThread::FinishScaning, &context,
+                     [&finished] { finished = true; });
     QObject::connect(&thread, &QThread::finished, &loop, &QEventLoop::quit, Qt::QueuedConnection);
     IsPreview = preview;
     bProcessRunning = true;
@@ -87,4 +89,16 @@ QTextStream& Err() {
     static QTextStream s(stderr);
     s.setCodec("UTF-8");
     return s;
+}
+
+int ReportEnding(const char* command, const RunResult& result, const char* done) {
+    if (!result.EndedAtFile())
+        return ExitOk;
+    Err() << "pellomar-cli " << command << ": ended at '" << result.file << "': " << result.reason
+          << "\n"
+          << "pellomar-cli " << command << ": " << result.notDone
+          << (result.notDone == 1 ? " message was" : " messages were") << " not " << done
+          << " because of it\n";
+    Err().flush();
+    return ExitIncomplete;
 }

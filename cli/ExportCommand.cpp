@@ -1,13 +1,13 @@
 // pellomar-cli export STORE DEST [--folder PATH]...: scans the store, ticks
 // every folder (or the named ones) and writes the archive package into DEST.
-#include "CliCommon.h"
-#include "Commands.h"
-#include "ExportSummary.h"
-#include "FolderTreeSink.h"
-#include "Globals.h"
-#include "Records.h"
-#include "SaveTimeStamp.h"
-#include "ScaningThread.h"
+#include "cli/CliCommon.h"
+#include "cli/Commands.h"
+#include "export/EmlxExport.h"
+#include "export/SaveTimeStamp.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -71,10 +71,10 @@ QString Messages(quint64 n) {
     return QString::number(n) + (n == 1 ? QStringLiteral(" message") : QStringLiteral(" messages"));
 }
 
-void PrintWritten(const QString& package) {
+void PrintWritten(const QString& package, const RunResult& result) {
     Out() << package << "\n";
     const QDir dir(package);
-    for (const WrittenMbox& w : LastExportSummary())
+    for (const RunResult::Folder& w : result.folders)
         Out() << "  " << dir.relativeFilePath(w.path) << " (" << Messages(w.messages) << ")\n";
     Out().flush();
 }
@@ -142,11 +142,13 @@ int RunExportCommand(const QStringList& args) {
         Err() << "pellomar-cli export: interrupted during the scan; nothing was written\n";
         return ExitInterrupted;
     }
+    // A scan that ended at an unreadable file still exports what it found.
+    const int scanEnding = ReportEnding("export", thread.LastScan(), "scanned");
 
     // Tick the folders to export.
     if (folders.isEmpty()) {
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-            f->ucTickState = 1;
+            f->ucTickState = kTicked;
     } else {
         QStringList valid;
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
@@ -166,13 +168,13 @@ int RunExportCommand(const QStringList& args) {
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext) {
             const bool ticked = f->ullId != llRootId && f->pTreeItem &&
                                 wantedSet.contains(state.sink.FolderPath(f->ullId));
-            f->ucTickState = ticked ? 1 : 3;
+            f->ucTickState = ticked ? kTicked : kNotTicked;
         }
     }
 
     saveDir = QDir::cleanPath(dest.absoluteFilePath());
     strTime = MakeSaveTimeStamp(QDateTime::currentDateTime());
-    mainIdentity = QStringLiteral("/Main Identity_") + strTime + QStringLiteral(".rge");
+    mainIdentity = PackageName(strTime);
     const QString package = saveDir + mainIdentity;
     if (QFileInfo::exists(package)) {
         Err() << "pellomar-cli export: '" << package
@@ -189,12 +191,14 @@ int RunExportCommand(const QStringList& args) {
                 bStopFlag = true;
         },
         Qt::DirectConnection);
+    InstallEmlxExport();
     RunWorker(thread, false);
-    PrintWritten(package);
+    PrintWritten(package, thread.LastExport());
     if (g_interrupted) {
         Err() << "pellomar-cli export: interrupted; the package holds the whole messages "
                  "written so far\n";
         return ExitInterrupted;
     }
-    return ExitOk;
+    const int exportEnding = ReportEnding("export", thread.LastExport(), "written");
+    return exportEnding != ExitOk ? exportEnding : scanEnding;
 }

@@ -1,10 +1,10 @@
-#include "CliCommon.h"
-#include "Commands.h"
-#include "FolderTreeSink.h"
-#include "Globals.h"
-#include "Records.h"
-#include "ScanOutput.h"
-#include "ScaningThread.h"
+#include "cli/CliCommon.h"
+#include "cli/Commands.h"
+#include "cli/ScanOutput.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -70,5 +70,5 @@ int RunScanCommand(const QStringList& args) {
     FreeAllFolderRecords();
     pMainWindow = previousSink;
     m_pMainWindow = nullptr;
-    return ExitOk;
+    return ReportEnding("scan", thread.LastScan(), "scanned");
 }

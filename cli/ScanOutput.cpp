@@ -1,7 +1,7 @@
-#include "ScanOutput.h"
+#include "cli/ScanOutput.h"
 
-#include "FolderTreeSink.h"
-#include "Records.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Records.h"
 
 #include <QMap>
 #include <QVector>

@@ -1,6 +1,6 @@
 // pellomar-cli: the converter without a window.
-#include "CliCommon.h"
-#include "Commands.h"
+#include "cli/CliCommon.h"
+#include "cli/Commands.h"
 
 #include <QCoreApplication>
 

@@ -1,85 +1,94 @@
 // The export run: package, then every message of every fully ticked folder
 // appended to its folder's mbox file.
-#include "ExportSummary.h"
-#include "Globals.h"
-#include "MboxWriter.h"
-#include "Records.h"
-#include "ScaningThread.h"
-
-#include <QHash>
+#include "export/EmlxExport.h"
+#include "export/MboxWriter.h"
+#include "scanner/Discovery.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
 
 namespace {
 
-QList<WrittenMbox> g_summary;
-QHash<QString, int> g_summaryIndex;
-
-void CountMessage(const QString& mboxPath) {
-    auto it = g_summaryIndex.constFind(mboxPath);
-    if (it == g_summaryIndex.constEnd()) {
-        it = g_summaryIndex.insert(mboxPath, g_summary.size());
-        g_summary.append({mboxPath, 0});
-    }
-    ++g_summary[*it].messages;
+// Messages of the fully ticked folders from `item` (of `folder`) on.
+quint64 MessagesFrom(FldrAtrib* folder, MailItem* item) {
+    quint64 left = 0;
+    for (; item; item = item->pNext)
+        ++left;
+    for (folder = folder->pNext; folder; folder = folder->pNext)
+        if (folder->ucTickState == kTicked)
+            left += folder->ullMsgCount;
+    return left;
 }
 
 } // namespace
 
-QList<WrittenMbox> LastExportSummary() {
-    return g_summary;
+void InstallEmlxExport() {
+    InstallExportRoutine(&ExportTickedFolders);
 }
 
-void ScaningThread::EMLXConverter() {
-    GetUserName();
-    g_summary.clear();
-    g_summaryIndex.clear();
+RunResult ExportTickedFolders(ScaningThread& thread) {
+    RunResult result;
+    thread.GetUserName();
 
-    m_ulTotalFiles = 0;
+    thread.m_ulTotalFiles = 0;
     for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-        if (f->ucTickState == 1)
-            m_ulTotalFiles += f->ullMsgCount;
+        if (f->ucTickState == kTicked)
+            thread.m_ulTotalFiles += f->ullMsgCount;
+    result.total = thread.m_ulTotalFiles;
 
     CreateRGEWraper(saveDir);
-    emit OnShowingScanProgBar();
-    emit OnSettingsForPrgBar(static_cast<unsigned long>(m_ulTotalFiles),
-                             QStringLiteral("Saving .rge file. Please Wait..."));
+    emit thread.OnShowingScanProgBar();
+    emit thread.OnSettingsForPrgBar(static_cast<unsigned long>(thread.m_ulTotalFiles),
+                                    QStringLiteral("Saving .rge file. Please Wait..."));
 
     const QString package = saveDir + mainIdentity;
     const QStringList parts = listOfPathOfEmlxPart;
-    if (bStopFlag)
-        return;
+    if (bStopFlag) {
+        result.ending = RunResult::Ending::Stopped;
+        return result;
+    }
     for (FldrAtrib* folder = StartFldrAtrib; folder; folder = folder->pNext) {
         // Partly ticked folders are left out; their fully ticked subfolders
         // come up on their own.
-        if (folder->ucTickState != 1)
+        if (folder->ucTickState != kTicked)
             continue;
         for (MailItem* item = folder->pFirstMail; item; item = item->pNext) {
-            if (bStopFlag)
-                return;
+            if (bStopFlag) {
+                result.ending = RunResult::Ending::Stopped;
+                return result;
+            }
             const QString path = Utf16Text(item->pPath, item->ulPathSize);
-            if (!path.isEmpty() &&
-                !path.contains(QLatin1String("/RSS/Apple Hot News.rssmbox/"), Qt::CaseSensitive)) {
+            if (!path.isEmpty() && !path.contains(kRssFeedMarker)) {
                 const QString mboxPath = PathExtractor(package, path);
                 QFile message;
+                QString reason;
                 // A message file that cannot be read ends the export.
-                if (!MboxWriter::OpenForReading(message, path))
-                    return;
+                if (!MboxWriter::OpenForReading(message, path, &reason)) {
+                    result.EndAt(RunResult::Ending::UnreadableFile, path, reason,
+                                 MessagesFrom(folder, item));
+                    return result;
+                }
                 QFile mbox;
                 // An mbox file that cannot be opened loses this message only.
                 if (MboxWriter::OpenForAppend(mbox, mboxPath)) {
                     const bool partial =
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
-                    const auto result = MboxWriter::WriteMessage(
+                    const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
                         message, mbox, partial,
                         partial ? MboxWriter::PartFilesFor(path, parts) : QStringList());
                     mbox.close();
-                    CountMessage(mboxPath);
                     // A detached part that cannot be read ends the export;
                     // what was written so far is kept.
-                    if (result != MboxWriter::CopyResult::Complete)
-                        return;
+                    if (!copy.complete) {
+                        result.EndAt(RunResult::Ending::UnreadableFile, copy.failedPart,
+                                     copy.reason, MessagesFrom(folder, item));
+                        return result;
+                    }
+                    result.Count(mboxPath);
                 }
             }
-            emit CurrentValue();
+            emit thread.CurrentValue();
         }
     }
+    return result;
 }

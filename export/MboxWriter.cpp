@@ -1,4 +1,5 @@
-#include "MboxWriter.h"
+#include "export/MboxWriter.h"
+#include "scanner/FileAccess.h"
 
 #include <QIODevice>
 
@@ -634,9 +635,9 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
 
 // Copies a detached part file: every line's bytes up to its first NUL, with
 // "\r\n" read as "\n".
-bool CopyPartFile(const QString& path, Sink& sink, int chunk) {
+bool CopyPartFile(const QString& path, Sink& sink, int chunk, QString* reason) {
     QFile part;
-    if (!OpenForReading(part, path))
+    if (!OpenForReading(part, path, reason))
         return false;
     LineReader reader(part, chunk);
     Line line;
@@ -685,8 +686,9 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             }
             if (partIndex < partFiles.size()) {
                 sink.append('\n');
-                if (!CopyPartFile(partFiles.at(partIndex), sink, chunk))
-                    return CopyResult::PartFileFailed;
+                QString reason;
+                if (!CopyPartFile(partFiles.at(partIndex), sink, chunk, &reason))
+                    return {false, partFiles.at(partIndex), reason};
                 sink.append('\n');
             }
             ++partIndex;
@@ -696,7 +698,7 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
         }
         WriteText(reader, line, escape, sink);
     }
-    return CopyResult::Complete;
+    return {};
 }
 
 QStringList PartFilesFor(const QString& messagePath, const QStringList& allParts) {
@@ -709,11 +711,12 @@ QStringList PartFilesFor(const QString& messagePath, const QStringList& allParts
     return parts;
 }
 
-bool OpenForReading(QFile& file, const QString& path) {
-    const int fd = ::open(path.toUtf8().constData(), O_RDONLY | O_CLOEXEC);
+bool OpenForReading(QFile& file, const QString& path, QString* reason) {
+    const int fd = pellomar::OpenRegularFile(path, reason);
     if (fd < 0)
         return false;
     if (!file.open(fd, QIODevice::ReadOnly | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle)) {
+        *reason = file.errorString();
         ::close(fd);
         return false;
     }

@@ -26,9 +26,12 @@ inline QByteArray Separator() {
     return QByteArrayLiteral("From - &&&&&@@@####\n");
 }
 
-enum class CopyResult {
-    Complete,       // the message was copied
-    PartFileFailed, // a detached part file could not be opened; the copy stopped there
+// How a copy ended: whole, or stopped at a detached part file that could
+// not be opened (what came before it is written).
+struct CopyResult {
+    bool complete = true;
+    QString failedPart; // the part file
+    QString reason;     // why it could not be opened
 };
 
 // Writes one message to mbox: the separator, then every line after the byte
@@ -43,8 +46,9 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
 // that contains the message path without "partial.emlx", in list order.
 QStringList PartFilesFor(const QString& messagePath, const QStringList& allParts);
 
-// Open files by their UTF-8 names (unbuffered; the writer buffers itself).
-bool OpenForReading(QFile& file, const QString& path);
+// Open files by their names (unbuffered; the writer buffers itself). Only a
+// regular file is opened for reading; `reason` says why one was not.
+bool OpenForReading(QFile& file, const QString& path, QString* reason);
 // Creates the file when it is missing and appends to it.
 bool OpenForAppend(QFile& file, const QString& path);
 

@@ -1,8 +1,8 @@
 // Where a message goes inside the package: the mailbox folder of the message
 // file becomes a folder of the plain name holding "<name>.mbox".
-#include "PathMapping.h"
-#include "Globals.h"
-#include "ScaningThread.h"
+#include "export/PathMapping.h"
+#include "export/EmlxExport.h"
+#include "scanner/Globals.h"
 
 #include <QDir>
 
@@ -32,7 +32,7 @@ bool SetFinderTypeAndCreator(const QString& path, const char* type, const char* 
 #endif
 }
 
-QString ScaningThread::PathExtractor(QString packagePath, QString messagePath) {
+QString PathExtractor(const QString& packagePath, const QString& messagePath) {
     // The mailbox directory that holds the message; with several kinds in
     // one path the later test wins, wherever the kinds lie.
     QString base;

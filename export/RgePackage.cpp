@@ -1,7 +1,7 @@
 // The archive package: its folder, Contents/PkgInfo, Contents/Info.plist and
 // Archive.xml.
-#include "Globals.h"
-#include "ScaningThread.h"
+#include "export/EmlxExport.h"
+#include "scanner/Globals.h"
 
 #include <QDir>
 
@@ -28,7 +28,7 @@ void AppendPieces(const QString& path, std::initializer_list<QByteArray> pieces)
 
 } // namespace
 
-void ScaningThread::CreateRGEWraper(QString destination) {
+void CreateRGEWraper(const QString& destination) {
     if (destination.isEmpty())
         return;
     QString package = destination + mainIdentity;

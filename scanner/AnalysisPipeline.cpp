@@ -1,6 +1,6 @@
-#include "AnalysisPipeline.h"
-#include "MessageAnalysis.h"
-#include "Records.h"
+#include "scanner/AnalysisPipeline.h"
+#include "scanner/MessageAnalysis.h"
+#include "scanner/Records.h"
 
 AnalysisPipeline::AnalysisPipeline(int threads) {
     for (int i = 0; i < qMax(1, threads); ++i)
@@ -32,7 +32,7 @@ void AnalysisPipeline::Submit(const QString& path) {
     m_work.notify_one();
 }
 
-MailItem* AnalysisPipeline::Take(bool* opened) {
+MailItem* AnalysisPipeline::Take(bool* opened, QString* error) {
     if (m_queue.empty()) {
         *opened = false;
         return nullptr;
@@ -42,6 +42,7 @@ MailItem* AnalysisPipeline::Take(bool* opened) {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_done.wait(lock, [&job] { return job->done; });
     *opened = job->opened;
+    *error = job->error;
     MailItem* item = job->item;
     job->item = nullptr;
     return item;
@@ -59,11 +60,13 @@ void AnalysisPipeline::Work() {
             m_todo.pop_front();
         }
         MailItem* item = NewMailItem();
-        const bool opened = AnalyseMessageFile(job->path, item);
+        QString error;
+        const bool opened = AnalyseMessageFile(job->path, item, &error);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             job->item = item;
             job->opened = opened;
+            job->error = error;
             job->done = true;
         }
         m_done.notify_all();

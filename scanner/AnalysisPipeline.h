@@ -28,8 +28,9 @@ public:
 
     void Submit(const QString& path);
     // Waits for the oldest queued file and hands over its record (the caller
-    // owns it). `opened` is false when the file could not be opened.
-    MailItem* Take(bool* opened);
+    // owns it). `opened` is false when the file could not be opened, and
+    // `error` then says why.
+    MailItem* Take(bool* opened, QString* error);
     int Queued() const { return int(m_queue.size()); }
 
 private:
@@ -37,6 +38,7 @@ private:
         QString path;
         MailItem* item = nullptr;
         bool opened = false;
+        QString error;
         bool done = false;
     };
     void Work();

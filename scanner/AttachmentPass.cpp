@@ -1,8 +1,8 @@
 // Attachments of a message: the parts of every boundary level whose headers
 // name an image, application or video body, with their body ranges, and the
 // detached .emlxpart files of a partial message.
-#include "MimePasses.h"
-#include "ScaningThread.h"
+#include "scanner/MimePasses.h"
+#include "scanner/ScaningThread.h"
 
 namespace {
 

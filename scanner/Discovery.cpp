@@ -1,4 +1,4 @@
-#include "Discovery.h"
+#include "scanner/Discovery.h"
 
 const QString kRssFeedMarker = QStringLiteral("/RSS/Apple Hot News.rssmbox/");
 

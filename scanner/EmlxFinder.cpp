@@ -1,12 +1,12 @@
 // The scan of a mail store: list the message files with find, convert the
 // list to UTF-16 with iconv, then walk it one message file at a time, giving
 // each message its folder and record and announcing it to the window.
-#include "AnalysisPipeline.h"
-#include "Discovery.h"
-#include "Globals.h"
-#include "MessageAnalysis.h"
-#include "Records.h"
-#include "ScaningThread.h"
+#include "scanner/AnalysisPipeline.h"
+#include "scanner/Discovery.h"
+#include "scanner/Globals.h"
+#include "scanner/MessageAnalysis.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
 
 #include <QFile>
 #include <QTextStream>
@@ -15,6 +15,12 @@
 #include <deque>
 
 namespace {
+
+// A line of the message list that names a message to scan: the built-in RSS
+// feed's folder is left out.
+bool IsMessageLine(const QString& line) {
+    return !line.isEmpty() && !line.contains(kRssFeedMarker);
+}
 
 // Announces one analysed message to the window. The folder's label state is
 // 0 for its first announced message and 2 afterwards.
@@ -33,6 +39,8 @@ void AnnounceItem(ScaningThread* thread, FldrAtrib* folder, MailItem* item,
 } // namespace
 
 void ScaningThread::EMLXFinder() {
+    m_scanResult = RunResult();
+    RunResult& result = m_scanResult;
     objMapFID_Name.clear();
     objMapName_FID.clear();
     objMapFID_PID.clear();
@@ -61,8 +69,10 @@ void ScaningThread::EMLXFinder() {
         // Read as bytes, like the message list below: a text-mode read would
         // drop a carriage return inside a folder name.
         QFile parts(partList);
-        if (!parts.open(QIODevice::ReadOnly))
+        if (!parts.open(QIODevice::ReadOnly)) {
+            result.EndAt(RunResult::Ending::Failed, partList, parts.errorString(), 0);
             return;
+        }
         QTextStream in(&parts);
         in.setCodec("UTF-8");
         while (!in.atEnd()) {
@@ -78,14 +88,17 @@ void ScaningThread::EMLXFinder() {
     // 0x0D byte, which is half of characters such as U+010D. The stream
     // finds the encoding from the byte-order mark and handles line ends.
     QFile list(emlxList16);
-    if (!list.open(QIODevice::ReadOnly))
+    if (!list.open(QIODevice::ReadOnly)) {
+        result.EndAt(RunResult::Ending::Failed, emlxList16, list.errorString(), 0);
         return;
+    }
     m_ulTotalFiles = 0;
     IsConverted = false;
     {
         QTextStream counter(&list);
         while (!counter.atEnd()) {
-            counter.readLine();
+            if (IsMessageLine(counter.readLine()))
+                ++result.total;
             ++m_ulTotalFiles;
         }
     }
@@ -108,14 +121,19 @@ void ScaningThread::EMLXFinder() {
         while (pipeline.Queued() < AnalysisPipeline::kWindow && !in.atEnd()) {
             // The line is used as it stands: a path may end in blanks.
             const QString text = in.readLine();
-            const bool message = !text.isEmpty() && !text.contains(kRssFeedMarker);
+            const bool message = IsMessageLine(text);
             if (message)
                 pipeline.Submit(text);
             ahead.push_back({text, message});
         }
     };
     unsigned long long currentFolder = 0;
-    for (readAhead(); !ahead.empty() && !bStopFlag; readAhead()) {
+    quint64 taken = 0; // message lines taken from the list so far
+    for (readAhead(); !ahead.empty(); readAhead()) {
+        if (bStopFlag) {
+            result.ending = RunResult::Ending::Stopped;
+            break;
+        }
         const ListLine entry = ahead.front();
         ahead.pop_front();
         if (!entry.message) {
@@ -123,15 +141,19 @@ void ScaningThread::EMLXFinder() {
             continue;
         }
         const QString& line = entry.text;
+        ++taken;
         IsConverted = true;
         const QString numberText = MessageNumberText(line);
-        treeCreator(FolderPathForMessage(line, m_strDefaultMailPath, m_strInputfilepath));
+        const QString folderPath =
+            FolderPathForMessage(line, m_strDefaultMailPath, m_strInputfilepath);
+        treeCreator(folderPath);
         if (currentFolder != llParentIdRunning)
             emit ClearLeftTree();
         currentFolder = llParentIdRunning;
 
         bool opened = false;
-        MailItem* item = pipeline.Take(&opened);
+        QString error;
+        MailItem* item = pipeline.Take(&opened, &error);
         FldrAtrib* folder = FindFolderRecord(llParentIdRunning);
         if (!folder) {
             // Only a message without a folder path that comes before every
@@ -146,9 +168,12 @@ void ScaningThread::EMLXFinder() {
 
         // A message file that cannot be opened ends the scan; the list file
         // stays and the item keeps its place without being announced.
-        if (!opened)
+        if (!opened) {
+            result.EndAt(RunResult::Ending::UnreadableFile, line, error, result.total - taken + 1);
             return;
+        }
         AnnounceItem(this, folder, item, numberText);
+        result.Count(folderPath);
         emit CurrentValue();
     }
     list.close();

@@ -1,6 +1,6 @@
 // Quoted-printable bytes and RFC 2047 attachment names.
-#include "MimePasses.h"
-#include "ScaningThread.h"
+#include "scanner/MimePasses.h"
+#include "scanner/ScaningThread.h"
 
 #include <QTextCodec>
 

@@ -1,9 +1,9 @@
 // Turns a message's folder path ("A/B/C") into folders with identifiers,
 // creating each (name, parent) pair once and telling the folder tree about
 // every new folder, parents before children.
-#include "FolderTreeSink.h"
-#include "Globals.h"
-#include "ScaningThread.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Globals.h"
+#include "scanner/ScaningThread.h"
 
 #include <QStringList>
 

@@ -1,4 +1,4 @@
-#include "Globals.h"
+#include "scanner/Globals.h"
 
 #include <QProcess>
 

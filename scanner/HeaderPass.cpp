@@ -1,7 +1,7 @@
 // The header fields a message is listed with: From, To, Subject, Date and
 // X-Priority, with their encoded words decoded and the date reformatted.
-#include "MimePasses.h"
-#include "ScaningThread.h"
+#include "scanner/MimePasses.h"
+#include "scanner/ScaningThread.h"
 
 #include <QTextCodec>
 

@@ -1,5 +1,5 @@
-#include "FolderTreeSink.h"
-#include "Records.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Records.h"
 
 void HeadlessFolderSink::LeftTreeView(unsigned long long parentId, unsigned long long id,
                                       QString name) {
@@ -31,4 +31,6 @@ QString HeadlessFolderSink::FolderPath(unsigned long long id) const {
     return parts.join(QLatin1Char('/'));
 }
 
-void HeadlessFolderSink::Clear() { m_nodes.clear(); }
+void HeadlessFolderSink::Clear() {
+    m_nodes.clear();
+}

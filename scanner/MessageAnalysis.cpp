@@ -1,17 +1,20 @@
 // The per-message analysis: one mapping of the message file, then the passes
 // for boundaries, text bodies, attachments and header fields. Only positions
 // and short header texts end up in the record.
-#include "MessageAnalysis.h"
+#include "scanner/MessageAnalysis.h"
 
-#include "Globals.h"
-#include "MessageFile.h"
-#include "MimePasses.h"
-#include "Records.h"
+#include "scanner/Globals.h"
+#include "scanner/MessageFile.h"
+#include "scanner/MimePasses.h"
+#include "scanner/Records.h"
 
-bool AnalyseMessageFile(const QString& path, MailItem* item) {
+bool AnalyseMessageFile(const QString& path, MailItem* item, QString* error) {
     MessageFile file;
-    if (!file.Open(path))
+    if (!file.Open(path)) {
+        if (error)
+            *error = file.ErrorString();
         return false;
+    }
 
     const QVector<BoundaryLevel> levels = ScanBoundaries(file);
     const TextBodies bodies =

@@ -1,4 +1,5 @@
-#include "MessageFile.h"
+#include "scanner/MessageFile.h"
+#include "scanner/FileAccess.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -252,17 +253,13 @@ MessageFile::~MessageFile() {
 }
 
 bool MessageFile::Open(const QString& path) {
-    const QByteArray native = QFile::encodeName(path);
-    if (native.isEmpty())
-        return false;
-    // Non-blocking, so that a FIFO does not wait for a writer; only regular
-    // files are read (a folder or a device has no lines).
-    const int fd = ::open(native.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = pellomar::OpenRegularFile(path, &m_error);
     if (fd < 0)
         return false;
     struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
+    if (::fstat(fd, &st) != 0 ||
         !m_file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        m_error = QStringLiteral("cannot be opened");
         ::close(fd);
         return false;
     }
@@ -270,8 +267,10 @@ bool MessageFile::Open(const QString& path) {
     m_pos = 0;
     if (m_size > 0) {
         uchar* map = m_file.map(0, m_size);
-        if (!map)
+        if (!map) {
+            m_error = QStringLiteral("cannot be mapped into memory");
             return false;
+        }
         m_data = reinterpret_cast<const char*>(map);
     }
     m_trailer.Reset(m_data, m_size);

@@ -95,6 +95,8 @@ public:
     // Opens and maps a regular file. False when it is not a regular file or
     // cannot be opened or mapped. An empty file opens and has no lines.
     bool Open(const QString& path);
+    // Why the last Open failed.
+    const QString& ErrorString() const { return m_error; }
 
     qint64 Size() const { return m_size; }
     qint64 Pos() const { return m_pos; }
@@ -145,6 +147,7 @@ private:
     template <typename Interesting> void SkipLines(Interesting interesting);
 
     QFile m_file;
+    QString m_error;
     const char* m_data = nullptr;
     qint64 m_size = 0;
     qint64 m_pos = 0;

@@ -1,5 +1,5 @@
 // Boundaries, delimiter lines and text bodies of a message.
-#include "MimePasses.h"
+#include "scanner/MimePasses.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // returns what it found; AnalyseMessageFile copies the results into the
 // MailItem. Positions are file offsets; "lengths" of lines are UTF-16 units.
 
-#include "MessageFile.h"
+#include "scanner/MessageFile.h"
 
 #include <QByteArray>
 #include <QList>

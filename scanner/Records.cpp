@@ -1,4 +1,4 @@
-#include "Records.h"
+#include "scanner/Records.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -36,7 +36,9 @@ FldrAtrib* FindFolderRecord(quint64 id, quint64 parentId) {
     return nullptr;
 }
 
-FldrAtrib* LastFolderRecord() { return EndFldrAtrib; }
+FldrAtrib* LastFolderRecord() {
+    return EndFldrAtrib;
+}
 
 MailItem* NewMailItem() {
     auto* item = static_cast<MailItem*>(calloc(1, sizeof(MailItem)));

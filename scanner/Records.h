@@ -5,52 +5,56 @@
 // blocks (calloc) whose text buffers are owned by the record and released
 // field by field.
 
-#include <QtGlobal>
-#include <QString>
 #include <QByteArray>
+#include <QString>
+#include <QtGlobal>
 
 struct AttachmentEntry {
-    qint64 llStart;           // first byte of the part's body in the message file
-    qint64 llEnd;             // end of the body (a position, or a length for a level's last part)
-    char* pName;              // display name, UTF-16 units, 2 * length + 1 bytes
-    quint32 ulNameSize;       // bytes of pName in use (2 * UTF-16 units)
-    char* pPartFile;          // detached .emlxpart path in UTF-16, or null
-    quint32 ulPartFileSize;   // bytes of pPartFile in use
+    qint64 llStart;         // first byte of the part's body in the message file
+    qint64 llEnd;           // end of the body (a position, or a length for a level's last part)
+    char* pName;            // display name, UTF-16 units, 2 * length + 1 bytes
+    quint32 ulNameSize;     // bytes of pName in use (2 * UTF-16 units)
+    char* pPartFile;        // detached .emlxpart path in UTF-16, or null
+    quint32 ulPartFileSize; // bytes of pPartFile in use
     AttachmentEntry* pNext;
 };
 
 struct MailItem {
-    char* pPlainCharset;      // NUL-terminated Latin-1 texts, or null
+    char* pPlainCharset; // NUL-terminated Latin-1 texts, or null
     char* pHtmlCharset;
     char* pTransferEncoding;
-    char* pFrom;              // UTF-16 buffers with their byte lengths, or null
+    char* pFrom; // UTF-16 buffers with their byte lengths, or null
     quint32 ulFromSize;
     char* pTo;
     quint32 ulToSize;
     char* pSubject;
     quint32 ulSubjectSize;
-    char* pDate;              // Latin-1 date text (may be empty but allocated), or null
+    char* pDate; // Latin-1 date text (may be empty but allocated), or null
     quint32 ulDateSize;
     qint32 iPriority;
     qint64 llHtmlStart;
     qint64 llHtmlEnd;
     qint64 llPlainStart;
     qint64 llPlainEnd;
-    char* pPath;              // full path of the message file, UTF-16
+    char* pPath; // full path of the message file, UTF-16
     quint32 ulPathSize;
-    quint64 ullNumber;        // message number (file base name)
+    quint64 ullNumber; // message number (file base name)
     AttachmentEntry* pAttachHead;
     AttachmentEntry* pAttachTail;
     MailItem* pNext;
 };
 
+// Tick codes, the same in the folder record, the folder tree's hidden column
+// and the tick box.
+enum TickCode : quint8 { kTickUnset = 0, kTicked = 1, kPartlyTicked = 2, kNotTicked = 3 };
+
 struct FldrAtrib {
-    qint32 iLabelState;       // 0 until the first message was announced, then 2
-    quint8 ucTickState;       // 1 ticked, 2 partly ticked, 3 not ticked, 0 not yet set
+    qint32 iLabelState; // 0 until the first message was announced, then 2
+    quint8 ucTickState; // a TickCode
     quint64 ullParentId;
     quint64 ullId;
     quint64 ullMsgCount;
-    void* pTreeItem;          // the folder's tree item (opaque to the core)
+    void* pTreeItem; // the folder's tree item (opaque to the core)
     MailItem* pFirstMail;
     MailItem* pLastMail;
     FldrAtrib* pNext;

@@ -1,7 +1,9 @@
-#include "ScaningThread.h"
-#include "Globals.h"
+#include "scanner/ScaningThread.h"
+#include "scanner/Globals.h"
 
-ScaningThread::ScaningThread(QObject* parent) : QThread(parent) { bStopFlag = false; }
+ScaningThread::ScaningThread(QObject* parent) : QThread(parent) {
+    bStopFlag = false;
+}
 
 void ScaningThread::SetInitialSettings() {
     bStopFlag = false;
@@ -9,7 +11,6 @@ void ScaningThread::SetInitialSettings() {
         start(QThread::LowPriority);
     } else {
         bStopFlag = true;
-        m_waitCondition.wakeOne();
     }
 }
 
@@ -27,4 +28,24 @@ void ScaningThread::run() {
     bProcessRunning = false;
 }
 
-void ScaningThread::GetUserName() { m_strDefaultMailPath = DefaultMailPathFor(ConsoleUserName()); }
+void ScaningThread::GetUserName() {
+    m_strDefaultMailPath = DefaultMailPathFor(ConsoleUserName());
+}
+
+namespace {
+ExportRoutine g_exportRoutine = nullptr;
+} // namespace
+
+void InstallExportRoutine(ExportRoutine routine) {
+    g_exportRoutine = routine;
+}
+
+void ScaningThread::EMLXConverter() {
+    if (g_exportRoutine) {
+        m_exportResult = g_exportRoutine(*this);
+        return;
+    }
+    m_exportResult = RunResult();
+    m_exportResult.EndAt(RunResult::Ending::Failed, QString(),
+                         QStringLiteral("this program was built without the export"), 0);
+}

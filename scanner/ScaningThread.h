@@ -2,12 +2,21 @@
 // The one worker thread. A run either scans the chosen mail store
 // (EMLXFinder, when IsPreview is set) or writes the ticked folders into an
 // archive package (EMLXConverter). It reports to the window through queued
-// signals; new folders go to the FolderTreeSink in m_pMainWindow.
+// signals; new folders go to the FolderTreeSink in m_pMainWindow. Each run
+// leaves a RunResult saying how it ended.
+
+#include "scanner/RunResult.h"
 
 #include <QByteArray>
 #include <QString>
 #include <QThread>
-#include <QWaitCondition>
+
+class ScaningThread;
+
+// The export lives in the library above this one and installs its routine
+// here; EMLXConverter runs it.
+using ExportRoutine = RunResult (*)(ScaningThread& thread);
+void InstallExportRoutine(ExportRoutine routine);
 
 class ScaningThread : public QThread {
     Q_OBJECT
@@ -27,20 +36,21 @@ public:
     void treeCreator(QString path);
     bool GetParentId(QString name, unsigned long long parentId, unsigned long long* outId);
 
-    // The export: package, folder mapping, mbox writer.
+    // The export of the ticked folders, through the installed routine.
     void EMLXConverter();
-    void CreateRGEWraper(QString destination);
-    QString PathExtractor(QString packagePath, QString messagePath);
 
     // Quoted-printable bytes of a text ("=" followed by two hex digits).
     static QByteArray QDecode(const QString& text);
     // Decodes one RFC 2047 encoded attachment name.
     static QString DecodeAttName(const QString& text);
 
+    // How the last scan and the last export ended; read them once the run
+    // is over (after FinishScaning, or when the thread has finished).
+    const RunResult& LastScan() const { return m_scanResult; }
+    const RunResult& LastExport() const { return m_exportResult; }
+
     unsigned long long m_ulTotalFiles = 0;
     QString m_strDefaultMailPath;
-    QString m_strSecond;
-    QWaitCondition m_waitCondition;
 
 signals:
     void NewItem(QString, QString, void*, unsigned long long, unsigned long long, bool, int, int);
@@ -52,4 +62,8 @@ signals:
 
 protected:
     void run() override;
+
+private:
+    RunResult m_scanResult;
+    RunResult m_exportResult;
 };

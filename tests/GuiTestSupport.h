@@ -2,7 +2,7 @@
 // Helpers for widget tests: answering the modal message boxes the window
 // opens, without a person at the keyboard.
 
-#include "PreviewWindow.h"
+#include "ui/PreviewWindow.h"
 
 #include <QAbstractButton>
 #include <QApplication>

@@ -1,10 +1,10 @@
 // Attachments: which parts are listed, their names and ranges, encoded
 // names, and the pairing of partial messages with their .emlxpart files.
-#include "Globals.h"
-#include "MessageAnalysis.h"
-#include "Records.h"
-#include "ScaningThread.h"
-#include "TestSupport.h"
+#include "scanner/Globals.h"
+#include "scanner/MessageAnalysis.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "tests/TestSupport.h"
 
 #include <QtTest>
 

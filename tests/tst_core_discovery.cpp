@@ -1,6 +1,6 @@
 // The pure pieces of file discovery: folder path and message number of a
 // line of the message file list.
-#include "Discovery.h"
+#include "scanner/Discovery.h"
 
 #include <QtTest>
 

@@ -1,8 +1,8 @@
 // The export command end to end: the package made from the sample store
 // against the reviewed copy in tests/data/sample-package, folder selection,
 // argument errors, and Ctrl-C.
-#include "Globals.h"
-#include "TestSupport.h"
+#include "scanner/Globals.h"
+#include "tests/TestSupport.h"
 
 #include <QDirIterator>
 #include <QRegularExpression>
@@ -159,6 +159,35 @@ private slots:
         QVERIFY(r.out.isEmpty());
         QCOMPARE(QDir(dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), made);
         QCOMPARE(FilesBelow(dest), QStringList());
+    }
+
+    // A message file that is a broken link ends the scan (and so the export)
+    // there: exit 3, and stderr names the file, the reason and what was lost.
+    void brokenLinkEndsTheRun_data() {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QStringList>("said");
+        const QString said = "ended at '%1': No such file or directory";
+        QTest::newRow("scan") << "scan" << QStringList{said, "8 messages were not scanned"};
+        QTest::newRow("export") << "export"
+                                << QStringList{said, "8 messages were not scanned",
+                                               "1 message was not written"};
+    }
+    void brokenLinkEndsTheRun() {
+        QFETCH(QString, command);
+        QFETCH(QStringList, said);
+        const QString store = m_dir.path() + "/broken-" + command;
+        QVERIFY(CopyFolder(SampleStore(), store));
+        const QString message = store + "/V2/Mailboxes/Inbox.mbox/Messages/12.emlx";
+        QVERIFY(QFile::remove(message));
+        QVERIFY(QFile::link(store + "/gone.emlx", message));
+        QStringList args{command, store};
+        if (command == "export")
+            args << newDest();
+        const CliOutput r = RunCliTool(args);
+        QCOMPARE(r.code, 3);
+        for (const QString& text : said)
+            QVERIFY2(r.err.contains(QString(text).replace("%1", message).toUtf8()),
+                     r.err.constData());
     }
 
     // Ctrl-C during the export: whole messages only, exit 130, and the

@@ -1,10 +1,10 @@
 // The archive package files, the save time stamp and the folder mapping of
 // message files to mbox files.
-#include "Globals.h"
-#include "PathMapping.h"
-#include "SaveTimeStamp.h"
-#include "ScaningThread.h"
-#include "TestSupport.h"
+#include "export/EmlxExport.h"
+#include "export/PathMapping.h"
+#include "export/SaveTimeStamp.h"
+#include "scanner/Globals.h"
+#include "tests/TestSupport.h"
 
 #include <QtTest>
 
@@ -40,7 +40,6 @@ class TestExportPackage : public QObject {
     Q_OBJECT
 private:
     QTemporaryDir m_dir{TempDir() + "/export-package-XXXXXX"};
-    ScaningThread m_thread;
 
 private slots:
     void init() {
@@ -69,13 +68,13 @@ private slots:
     void packageFiles() {
         mainIdentity =
             "/pellomar-test-" + QString::number(QCoreApplication::applicationPid()) + ".rge";
-        m_thread.CreateRGEWraper(QString());
+        CreateRGEWraper(QString());
         QVERIFY(!QFileInfo::exists(mainIdentity));
         QVERIFY(!QFileInfo::exists(QDir::currentPath() + mainIdentity));
         const QString p = m_dir.path() + mainIdentity + "/";
         const QString reviewed = SourceDir() + "/tests/data/sample-package/";
         for (int runs = 1; runs <= 2; ++runs) {
-            m_thread.CreateRGEWraper(m_dir.path());
+            CreateRGEWraper(m_dir.path());
             for (const QString f : {"Contents/PkgInfo", "Contents/Info.plist", "Archive.xml"})
                 QCOMPARE(ReadFile(p + f), ReadFile(reviewed + f).repeated(runs));
         }
@@ -121,7 +120,7 @@ private slots:
         QFETCH(QString, expected);
         const QString root = m_dir.path();
         m_strInputfilepath = root + store;
-        const QString path = m_thread.PathExtractor(root + package, root + message);
+        const QString path = PathExtractor(root + package, root + message);
         QCOMPARE(path, root + expected);
         QVERIFY(QFileInfo(path).isFile());
         QCOMPARE(QFileInfo(path).size(), 0);
@@ -133,7 +132,7 @@ private slots:
         const QString root = m_dir.path();
         m_strInputfilepath = root + "/store";
         auto map = [&](const QString& n) {
-            return m_thread.PathExtractor(root + "/p.rge", root + "/store/A.mbox/Messages/" + n);
+            return PathExtractor(root + "/p.rge", root + "/store/A.mbox/Messages/" + n);
         };
         const QString path = map("1.emlx");
         const bool xattrs = WriteFile(root + "/probe", "") &&

@@ -1,10 +1,10 @@
 // The export run over folder records built by hand: which folders are
 // written, progress, stop requests and the files that end the run.
-#include "ExportSummary.h"
-#include "Globals.h"
-#include "Records.h"
-#include "ScaningThread.h"
-#include "TestSupport.h"
+#include "export/EmlxExport.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "tests/TestSupport.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -147,6 +147,7 @@ private slots:
                     bStopFlag = true;
             },
             Qt::DirectConnection);
+        InstallEmlxExport();
         thread.EMLXConverter();
         QCOMPARE(shown.count(), 1);
         QCOMPARE(settings.count(), 1);
@@ -160,14 +161,31 @@ private slots:
         QCOMPARE(ReadFile(m_package + kProjectsMbox), Written(3, projects));
         QCOMPARE(ReadFile(m_package + kPartMbox), partMbox);
 
+        // The result says where the run ended and what was left undone; a
+        // message cut short at its part file is not counted as written.
+        const RunResult& result = thread.LastExport();
+        const QString endedAt = damage == "message" ? kMessages[1].second
+                                : damage == "part" ? "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"
+                                                   : QString();
+        QCOMPARE(result.EndedAtFile(), !endedAt.isEmpty());
+        QCOMPARE(result.ending == RunResult::Ending::Stopped, stopAfter >= 0);
+        if (!endedAt.isEmpty()) {
+            QCOMPARE(result.file, m_store + endedAt);
+            QCOMPARE(result.reason, QString("No such file or directory"));
+            QCOMPARE(result.notDone, quint64(total - progress));
+        }
+
         // The summary names every file made below Mail, with its messages.
         QStringList written, files;
-        for (const WrittenMbox& w : LastExportSummary())
+        for (const RunResult::Folder& w : thread.LastExport().folders)
             written << w.path.mid(m_package.size()) + " " + QString::number(w.messages);
         QDirIterator it(m_package + "/Mail", QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString file = it.next();
-            files << file.mid(m_package.size()) + " " + QString::number(ReadFile(file).count(kSep));
+            const int whole =
+                ReadFile(file).count(kSep) - (file.endsWith(kPartMbox) && damage == "part");
+            if (whole > 0)
+                files << file.mid(m_package.size()) + " " + QString::number(whole);
         }
         files.sort();
         written.sort();

@@ -1,7 +1,7 @@
 // The mbox writer: line rules, trailer detection, partial messages, and the
 // chunked reading, which must give the same bytes as reading whole lines.
-#include "MboxWriter.h"
-#include "TestSupport.h"
+#include "export/MboxWriter.h"
+#include "tests/TestSupport.h"
 
 #include <QBuffer>
 #include <QRandomGenerator>

@@ -1,8 +1,8 @@
 // The folder builder: folder paths into folders with identifiers, each
 // (name, parent) pair created once, parents announced before children.
-#include "FolderTreeSink.h"
-#include "Globals.h"
-#include "ScaningThread.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Globals.h"
+#include "scanner/ScaningThread.h"
 
 #include <QtTest>
 

@@ -1,10 +1,10 @@
 // Header fields of a message: From, To, Subject, Date, X-Priority, encoded
 // words and the quoted-printable decoder.
-#include "MessageAnalysis.h"
-#include "MimePasses.h"
-#include "Records.h"
-#include "ScaningThread.h"
-#include "TestSupport.h"
+#include "scanner/MessageAnalysis.h"
+#include "scanner/MimePasses.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "tests/TestSupport.h"
 
 #include <QtTest>
 

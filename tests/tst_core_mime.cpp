@@ -1,9 +1,9 @@
 // Line model, boundaries, delimiters and the text bodies of messages.
-#include "MessageAnalysis.h"
-#include "MessageFile.h"
-#include "MimePasses.h"
-#include "Records.h"
-#include "TestSupport.h"
+#include "scanner/MessageAnalysis.h"
+#include "scanner/MessageFile.h"
+#include "scanner/MimePasses.h"
+#include "scanner/Records.h"
+#include "tests/TestSupport.h"
 
 #include <QtTest>
 

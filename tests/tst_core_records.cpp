@@ -1,7 +1,7 @@
 // Scan records, the headless folder tree and the small shared helpers.
-#include "FolderTreeSink.h"
-#include "Globals.h"
-#include "Records.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
 
 #include <QtTest>
 
@@ -74,10 +74,14 @@ private slots:
     void defaultMailPath_data() {
         QTest::addColumn<QString>("user");
         QTest::addColumn<QString>("path");
-        QTest::newRow("ordinary user") << "anna" << "/Users/anna/Library/Mail";
-        QTest::newRow("root") << "root" << "/private/var/root/Library/Mail";
-        QTest::newRow("case matters") << "Root" << "/Users/Root/Library/Mail";
-        QTest::newRow("no name") << "" << "/Users//Library/Mail";
+        QTest::newRow("ordinary user") << "anna"
+                                       << "/Users/anna/Library/Mail";
+        QTest::newRow("root") << "root"
+                              << "/private/var/root/Library/Mail";
+        QTest::newRow("case matters") << "Root"
+                                      << "/Users/Root/Library/Mail";
+        QTest::newRow("no name") << ""
+                                 << "/Users//Library/Mail";
     }
     void defaultMailPath() {
         QFETCH(QString, user);

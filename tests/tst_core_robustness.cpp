@@ -1,8 +1,8 @@
 // Broken and hostile message files: the analysis must neither crash nor
 // hang, and it reports "cannot be opened" only for what is no regular file.
-#include "MessageAnalysis.h"
-#include "Records.h"
-#include "TestSupport.h"
+#include "scanner/MessageAnalysis.h"
+#include "scanner/Records.h"
+#include "tests/TestSupport.h"
 
 #include <QRandomGenerator>
 #include <QTemporaryDir>

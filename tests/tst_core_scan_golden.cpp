@@ -1,8 +1,8 @@
 // The scan command end to end: the sample store's JSON document against the
 // reviewed copy in tests/data, the folder tree text, argument errors, and
 // the JSON string writer.
-#include "ScanOutput.h"
-#include "TestSupport.h"
+#include "cli/ScanOutput.h"
+#include "tests/TestSupport.h"
 
 #include <QTemporaryDir>
 #include <QtTest>

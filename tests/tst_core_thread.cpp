@@ -1,10 +1,10 @@
 // The worker thread and the scan walk: start and stop requests, the order of
 // the signals per list line, and where a scan ends.
-#include "FolderTreeSink.h"
-#include "Globals.h"
-#include "Records.h"
-#include "ScaningThread.h"
-#include "TestSupport.h"
+#include "scanner/FolderTreeSink.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "tests/TestSupport.h"
 
 #include <QSemaphore>
 #include <QTemporaryDir>

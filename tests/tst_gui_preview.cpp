@@ -1,10 +1,10 @@
 // What the preview reads back from a message: body text by transfer encoding
 // and charset, and decoded attachments with safe file names.
-#include "Globals.h"
-#include "MessageAnalysis.h"
-#include "PreviewDecoding.h"
-#include "Records.h"
-#include "TestSupport.h"
+#include "scanner/Globals.h"
+#include "scanner/MessageAnalysis.h"
+#include "scanner/Records.h"
+#include "tests/TestSupport.h"
+#include "ui/PreviewDecoding.h"
 
 #include <QTemporaryDir>
 #include <QtTest>

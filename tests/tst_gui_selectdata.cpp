@@ -1,6 +1,6 @@
 // The mailbox selection dialog.
-#include "Globals.h"
-#include "SelectData.h"
+#include "app/SelectData.h"
+#include "scanner/Globals.h"
 #include "ui_BrowseWindow.h"
 
 #include <QSignalSpy>

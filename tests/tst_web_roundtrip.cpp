@@ -1,11 +1,11 @@
 // The whole road through the window: scan the sample store, tick everything,
 // save, and find the package on disk.
-#include "Globals.h"
-#include "GuiTestSupport.h"
-#include "PreviewWindow.h"
-#include "Records.h"
-#include "ScaningThread.h"
-#include "TestSupport.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "tests/GuiTestSupport.h"
+#include "tests/TestSupport.h"
+#include "ui/PreviewWindow.h"
 
 #include <QAction>
 #include <QDirIterator>

@@ -1,9 +1,9 @@
 // Tick boxes of the folder tree and the checks of the Save command.
-#include "Globals.h"
-#include "GuiTestSupport.h"
-#include "PreviewWindow.h"
-#include "Records.h"
-#include "ScaningThread.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "tests/GuiTestSupport.h"
+#include "ui/PreviewWindow.h"
 
 #include <QAction>
 #include <QTemporaryDir>

@@ -1,10 +1,10 @@
 // The main window: folder tree and message list, the folder calls from the
 // worker thread, and the close guard. The window holds a web view, so this
 // test starts Qt WebEngine.
-#include "Globals.h"
-#include "GuiTestSupport.h"
-#include "PreviewWindow.h"
-#include "Records.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "tests/GuiTestSupport.h"
+#include "ui/PreviewWindow.h"
 
 #include <QAction>
 #include <QThread>

@@ -2,8 +2,8 @@
 // times: the item's check state, the code in its hidden column 7 ("1" ticked,
 // "2" partly ticked, "3" not ticked) and the folder record's tick state,
 // which the export reads.
-#include "PreviewWindow.h"
-#include "Records.h"
+#include "scanner/Records.h"
+#include "ui/PreviewWindow.h"
 
 #include <QTreeWidget>
 #include <QTreeWidgetItemIterator>

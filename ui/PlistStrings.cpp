@@ -1,4 +1,4 @@
-#include "PlistStrings.h"
+#include "ui/PlistStrings.h"
 
 #include <QFile>
 #include <QXmlStreamReader>

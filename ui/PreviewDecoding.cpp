@@ -1,8 +1,8 @@
-#include "PreviewDecoding.h"
-#include "Globals.h"
-#include "MimePasses.h"
-#include "Records.h"
-#include "ScaningThread.h"
+#include "ui/PreviewDecoding.h"
+#include "scanner/Globals.h"
+#include "scanner/MimePasses.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,13 +1,15 @@
-#include "PreviewWindow.h"
-#include "Globals.h"
-#include "PlistStrings.h"
-#include "PreviewDecoding.h"
-#include "ProgressDialogs.h"
-#include "QImportWindow.h"
-#include "Records.h"
-#include "ScaningThread.h"
-#include "SelectData.h"
-#include "TextBrowser.h"
+#include "ui/PreviewWindow.h"
+#include "app/SelectData.h"
+#include "export/EmlxExport.h"
+#include "export/SaveTimeStamp.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "ui/PlistStrings.h"
+#include "ui/PreviewDecoding.h"
+#include "ui/ProgressDialogs.h"
+#include "ui/QImportWindow.h"
+#include "ui/TextBrowser.h"
 #include "ui_MainWindowUi.h"
 #include "ui_TextBrowserDlg.h"
 
@@ -264,6 +266,7 @@ void PreviewWindow::ConnectSignals() {
     connect(m_pSelectData, &SelectData::StartScanning, this, &PreviewWindow::OnStartScanning);
     m_pSelectData->show();
 
+    InstallEmlxExport();
     m_pScaningThread = new ScaningThread(nullptr);
     m_pInitialProcessInfo = new QInitialProcessInfo(this);
     connect(m_pScaningThread, &ScaningThread::ClearLeftTree, this, &PreviewWindow::OnClearLeftTree);
@@ -594,7 +597,7 @@ void PreviewWindow::OnFinishScaning() {
             (*it)->setCheckState(ColName, Qt::Unchecked);
         IsPreview = true;
         QImportWindow::Open(QStringLiteral("\nFile saved successfully at location ") + saveDir +
-                            QStringLiteral("/Main Identity_") + strTime + QStringLiteral(".rge"));
+                            PackageName(strTime));
         return;
     }
     if (IsConverted) {

@@ -2,7 +2,7 @@
 // The application's main window: folder tree, message list and preview side
 // by side, menus, tool bar, and the slots that drive a scan or a save.
 
-#include "FolderTreeSink.h"
+#include "scanner/FolderTreeSink.h"
 
 #include <QMainWindow>
 #include <QPointer>

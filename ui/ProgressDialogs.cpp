@@ -1,7 +1,7 @@
-#include "ProgressDialogs.h"
-#include "Globals.h"
-#include "QImportWindow.h"
-#include "Records.h"
+#include "ui/ProgressDialogs.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "ui/QImportWindow.h"
 #include "ui_InitialDlg.h"
 #include "ui_ProgressDialog.h"
 

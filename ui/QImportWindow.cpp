@@ -1,6 +1,6 @@
-#include "QImportWindow.h"
-#include "Globals.h"
-#include "PlistStrings.h"
+#include "ui/QImportWindow.h"
+#include "scanner/Globals.h"
+#include "ui/PlistStrings.h"
 #include "ui_ImportMsgDlg.h"
 
 QImportWindow::QImportWindow(QWidget* parent) : QDialog(parent), ui(new Ui::ImportMsgDlg) {

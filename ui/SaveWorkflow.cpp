@@ -1,10 +1,10 @@
 // The Save command: checks that something is ticked, asks where to save,
 // settles the package name and starts the worker in export mode.
-#include "Globals.h"
-#include "PreviewWindow.h"
-#include "Records.h"
-#include "SaveTimeStamp.h"
-#include "ScaningThread.h"
+#include "export/SaveTimeStamp.h"
+#include "scanner/Globals.h"
+#include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
+#include "ui/PreviewWindow.h"
 
 #include <QAction>
 #include <QDateTime>
@@ -41,7 +41,7 @@ void PreviewWindow::OnSavingFiles() {
                                  QMessageBox::Ok);
         return;
     }
-    mainIdentity = QStringLiteral("/Main Identity_") + strTime + QStringLiteral(".rge");
+    mainIdentity = PackageName(strTime);
     const QString target = saveDir + mainIdentity;
     if (!QFileInfo::exists(target)) {
         m_pSaveFile->setEnabled(false);

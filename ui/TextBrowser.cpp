@@ -1,5 +1,5 @@
-#include "TextBrowser.h"
-#include "Globals.h"
+#include "ui/TextBrowser.h"
+#include "scanner/Globals.h"
 #include "ui_TextBrowserDlg.h"
 
 #include <QFile>
