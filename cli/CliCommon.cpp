@@ -1,6 +1,5 @@
 #include "cli/CliCommon.h"
 #include "scanner/Globals.h"
-#include "scanner/RunResult.h"
 #include "scanner/ScaningThread.h"
 
 #include <QCoreApplication>
@@ -89,16 +88,4 @@ QTextStream& Err() {
     static QTextStream s(stderr);
     s.setCodec("UTF-8");
     return s;
-}
-
-int ReportEnding(const char* command, const RunResult& result, const char* done) {
-    if (!result.EndedAtFile())
-        return ExitOk;
-    Err() << "pellomar-cli " << command << ": ended at '" << result.file << "': " << result.reason
-          << "\n"
-          << "pellomar-cli " << command << ": " << result.notDone
-          << (result.notDone == 1 ? " message was" : " messages were") << " not " << done
-          << " because of it\n";
-    Err().flush();
-    return ExitIncomplete;
 }

@@ -5,7 +5,6 @@
 #include <QString>
 #include <QTextStream>
 
-class RunResult;
 class ScaningThread;
 
 // Runs one scan (preview = true) or export (preview = false) on the worker
@@ -20,8 +19,3 @@ QTextStream& Err();
 
 // Exit codes.
 enum { ExitOk = 0, ExitFailure = 1, ExitUsage = 2, ExitIncomplete = 3 };
-
-// When the run ended at a file it could not read, says on stderr which file,
-// why, and how many messages were not `done` ("scanned", "written") because
-// of it, and returns ExitIncomplete; otherwise returns ExitOk.
-int ReportEnding(const char* command, const RunResult& result, const char* done);

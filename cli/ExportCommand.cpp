@@ -2,6 +2,7 @@
 // every folder (or the named ones) and writes the archive package into DEST.
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
+#include "cli/RunReport.h"
 #include "export/EmlxExport.h"
 #include "export/SaveTimeStamp.h"
 #include "scanner/FolderTreeSink.h"
@@ -18,7 +19,9 @@
 
 namespace {
 
-const char kExportUsage[] = "Usage: pellomar-cli export STORE DEST [--folder PATH]...\n";
+const char kExportUsage[] =
+    "Usage: pellomar-cli export STORE DEST [--folder PATH]... [--keep-going]\n"
+    "                          [--keep-bytes] [--with-status] [--json]\n";
 const int ExitInterrupted = 130;
 
 static_assert(std::atomic<bool>::is_always_lock_free, "the stop flag is set from a signal handler");
@@ -67,26 +70,24 @@ private:
     FolderTreeSink* m_previous;
 };
 
-QString Messages(quint64 n) {
-    return QString::number(n) + (n == 1 ? QStringLiteral(" message") : QStringLiteral(" messages"));
-}
-
-void PrintWritten(const QString& package, const RunResult& result) {
-    Out() << package << "\n";
-    const QDir dir(package);
-    for (const RunResult::Folder& w : result.folders)
-        Out() << "  " << dir.relativeFilePath(w.path) << " (" << Messages(w.messages) << ")\n";
-    Out().flush();
-}
-
 } // namespace
 
 int RunExportCommand(const QStringList& args) {
     QStringList positional;
     QStringList folders;
+    RunOptions options;
+    bool json = false;
     for (int i = 0; i < args.size(); ++i) {
         const QString& arg = args[i];
-        if (arg == QLatin1String("--folder")) {
+        if (arg == QLatin1String("--keep-going")) {
+            options.keepGoing = true;
+        } else if (arg == QLatin1String("--keep-bytes")) {
+            options.keepBytes = true;
+        } else if (arg == QLatin1String("--with-status")) {
+            options.withStatus = true;
+        } else if (arg == QLatin1String("--json")) {
+            json = true;
+        } else if (arg == QLatin1String("--folder")) {
             if (i + 1 >= args.size()) {
                 Err() << "pellomar-cli export: --folder needs a folder path\n" << kExportUsage;
                 return ExitUsage;
@@ -137,6 +138,7 @@ int RunExportCommand(const QStringList& args) {
     // itself, and the path is cut out of every message path.
     m_strInputfilepath = store.canonicalFilePath();
     ScaningThread thread;
+    thread.m_options = options;
     RunWorker(thread, true);
     if (g_interrupted) {
         Err() << "pellomar-cli export: interrupted during the scan; nothing was written\n";
@@ -193,7 +195,10 @@ int RunExportCommand(const QStringList& args) {
         Qt::DirectConnection);
     InstallEmlxExport();
     RunWorker(thread, false);
-    PrintWritten(package, thread.LastExport());
+    if (json)
+        WriteExportJson(Out(), package, thread.LastExport());
+    else
+        WriteExportListing(Out(), package, thread.LastExport());
     if (g_interrupted) {
         Err() << "pellomar-cli export: interrupted; the package holds the whole messages "
                  "written so far\n";

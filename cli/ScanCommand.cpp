@@ -1,5 +1,6 @@
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
+#include "cli/RunReport.h"
 #include "cli/ScanOutput.h"
 #include "scanner/FolderTreeSink.h"
 #include "scanner/Globals.h"
@@ -11,7 +12,7 @@
 
 namespace {
 
-const char kScanUsage[] = "Usage: pellomar-cli scan STORE [--json]\n";
+const char kScanUsage[] = "Usage: pellomar-cli scan STORE [--json] [--keep-going]\n";
 
 } // namespace
 
@@ -19,9 +20,12 @@ int RunScanCommand(const QStringList& args) {
     QString store;
     bool json = false;
     bool haveStore = false;
+    RunOptions options;
     for (const QString& arg : args) {
         if (arg == QLatin1String("--json")) {
             json = true;
+        } else if (arg == QLatin1String("--keep-going")) {
+            options.keepGoing = true;
         } else if (arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
             Err() << "pellomar-cli scan: unknown option '" << arg << "'\n" << kScanUsage;
             return ExitUsage;
@@ -60,6 +64,7 @@ int RunScanCommand(const QStringList& args) {
     pMainWindow = &sink;
     FreeAllFolderRecords();
     ScaningThread thread;
+    thread.m_options = options;
     RunWorker(thread, true);
 
     if (json)

@@ -62,8 +62,15 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                 const QString mboxPath = PathExtractor(package, path);
                 QFile message;
                 QString reason;
-                // A message file that cannot be read ends the export.
-                if (!MboxWriter::OpenForReading(message, path, &reason)) {
+                // A message file that cannot be read is skipped when the user
+                // asked for it, and otherwise ends the export.
+                if (!MboxWriter::OpenForReading(message, path, &reason) &&
+                    thread.m_options.keepGoing) {
+                    result.Skip(path, reason);
+                    emit thread.CurrentValue();
+                    continue;
+                }
+                if (!message.isOpen()) {
                     result.EndAt(RunResult::Ending::UnreadableFile, path, reason,
                                  MessagesFrom(folder, item));
                     return result;

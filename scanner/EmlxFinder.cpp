@@ -162,6 +162,12 @@ void ScaningThread::EMLXFinder() {
             emit CurrentValue();
             continue;
         }
+        if (!opened && m_options.keepGoing) {
+            FreeMailItem(item);
+            result.Skip(line, error);
+            emit CurrentValue();
+            continue;
+        }
         AppendMailToFolder(folder, item);
         SetUtf16(&item->pPath, &item->ulPathSize, line);
         item->ullNumber = MessageNumberValue(numberText);

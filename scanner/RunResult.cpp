@@ -1,6 +1,6 @@
 #include "scanner/RunResult.h"
 
-void RunResult::Count(const QString& folder) {
+void RunResult::Count(const QString& folder, bool changed) {
     auto it = m_index.constFind(folder);
     if (it == m_index.constEnd()) {
         it = m_index.insert(folder, folders.size());
@@ -8,6 +8,10 @@ void RunResult::Count(const QString& folder) {
     }
     ++folders[*it].messages;
     ++done;
+    if (changed) {
+        ++folders[*it].converted;
+        ++converted;
+    }
 }
 
 void RunResult::EndAt(Ending how, const QString& path, const QString& why, quint64 left) {

@@ -7,6 +7,14 @@
 #include <QList>
 #include <QString>
 
+// What the user chose for a run (File > Export Options in the window, flags
+// of pellomar-cli).
+struct RunOptions {
+    bool keepGoing = false;  // skip files that cannot be read instead of ending there
+    bool keepBytes = false;  // copy message lines as their bytes, not through Latin-1
+    bool withStatus = false; // write the read, answered, flagged, deleted state
+};
+
 class RunResult {
 public:
     enum class Ending {
@@ -21,6 +29,17 @@ public:
     struct Folder {
         QString path;
         quint64 messages = 0;
+        quint64 converted = 0; // messages the Latin-1 conversion changed
+    };
+    // A file that was skipped (with the keep-going option), and why.
+    struct Skipped {
+        QString path;
+        QString reason;
+    };
+    // A detached part that could not be put back into its message.
+    struct MissingPart {
+        QString message; // the message file
+        QString name;    // the part's file name, as the message gives it
     };
 
     Ending ending = Ending::Complete;
@@ -30,13 +49,26 @@ public:
     quint64 done = 0;      // messages scanned or written
     quint64 notDone = 0;   // messages left undone because the run ended at `file`
     QList<Folder> folders; // per folder: messages scanned or written
+    QList<Skipped> skipped;
+    quint64 converted = 0;            // messages whose bytes the Latin-1 conversion changed
+    quint64 partsFromEmlxpart = 0;    // detached parts restored from .emlxpart files
+    quint64 partsFromAttachments = 0; // ... and from Mail's Attachments folder
+    QList<MissingPart> missingParts;
+
+    // Something the user should hear of beyond the counts: the run ended at
+    // a file, skipped files, changed text or lost parts.
+    bool HasLosses() const {
+        return EndedAtFile() || !skipped.isEmpty() || converted > 0 || !missingParts.isEmpty();
+    }
 
     bool EndedAtFile() const {
         return ending == Ending::UnreadableFile || ending == Ending::Failed;
     }
 
-    // Adds one message to the folder (new folders go last).
-    void Count(const QString& folder);
+    // Adds one message to the folder (new folders go last); `converted`
+    // when the Latin-1 conversion changed its bytes.
+    void Count(const QString& folder, bool converted = false);
+    void Skip(const QString& path, const QString& why) { skipped.append({path, why}); }
     // Ends the run at a file that could not be used.
     void EndAt(Ending how, const QString& path, const QString& why, quint64 left);
 

@@ -49,6 +49,9 @@ public:
     const RunResult& LastScan() const { return m_scanResult; }
     const RunResult& LastExport() const { return m_exportResult; }
 
+    // Set before a run starts.
+    RunOptions m_options;
+
     unsigned long long m_ulTotalFiles = 0;
     QString m_strDefaultMailPath;
 

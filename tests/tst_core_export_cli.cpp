@@ -85,9 +85,10 @@ private slots:
         for (const QString& f : files)
             QVERIFY2(ReadFile(package + "/" + f) == ReadFile(expectedDir + "/" + f), qPrintable(f));
 
-        // The listing: the package, then each mbox file with its count.
+        // The listing: the package, each mbox file with its count, the total.
         QStringList listing = QString::fromUtf8(r.out).split('\n', Qt::SkipEmptyParts);
         QCOMPARE(listing.takeFirst(), package);
+        QCOMPARE(listing.takeLast(), QString("17 of 17 messages written"));
         QStringList mboxes;
         for (const QString& f : files)
             if (f.startsWith("Mail/")) {

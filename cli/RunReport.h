@@ -1,0 +1,24 @@
+#pragma once
+// What pellomar-cli says at the end of a run: the export's listing (as text
+// or one JSON document) and, on stderr, every file that ended the run or was
+// skipped and every detached part that could not be restored.
+
+#include <QString>
+
+class RunResult;
+class QTextStream;
+
+// "N message" / "N messages".
+QString Messages(quint64 n);
+
+// The package, each mbox file with its messages, the counts of changed
+// messages and detached parts, and "N of M messages written".
+void WriteExportListing(QTextStream& out, const QString& package, const RunResult& result);
+// The same as one JSON document.
+void WriteExportJson(QTextStream& out, const QString& package, const RunResult& result);
+
+// Says on stderr which file ended the run (and how many messages were not
+// `done` because of it), which files were skipped and which parts are
+// missing. Returns ExitIncomplete when the run ended at a file or skipped
+// one, ExitOk otherwise.
+int ReportEnding(const char* command, const RunResult& result, const char* done);
