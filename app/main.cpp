@@ -11,6 +11,8 @@ int main(int argc, char** argv) {
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     auto* app = new QApplication(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Pellomar"));
+    // Where QSettings keeps the export options.
+    QApplication::setOrganizationName(QStringLiteral("Pellomar"));
     QApplication::setApplicationVersion(QStringLiteral(PELLOMAR_VERSION));
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/images/img_About.png")));
 

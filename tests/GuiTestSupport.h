@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 namespace GuiTestSupport {
@@ -35,33 +36,49 @@ protected:
 struct SeenBox {
     QString title;
     QString text;
+    QString informative;
+    QString detailed;
     bool seen = false;
 };
 
-// Waits (up to about five seconds) for the next modal message box, records
-// its title and text, and presses `button` in it.
-inline std::shared_ptr<SeenBox> AnswerNextMessageBox(QMessageBox::StandardButton button) {
-    auto seen = std::make_shared<SeenBox>();
+// Waits (up to about five seconds each) for the next `count` modal message
+// boxes, hands each one's texts to `seen`, and presses `button` in it.
+inline void AnswerBoxes(int count, QMessageBox::StandardButton button,
+                        std::function<void(const SeenBox&)> seen) {
     auto* timer = new QTimer(qApp);
     auto tries = std::make_shared<int>(0);
-    QObject::connect(timer, &QTimer::timeout, [timer, seen, tries, button] {
+    auto left = std::make_shared<int>(count);
+    QObject::connect(timer, &QTimer::timeout, [timer, seen, tries, left, button] {
         auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (!box) {
+        if (!box || !box->isVisible()) {
             if (++*tries > 250)
                 timer->deleteLater();
             return;
         }
-        seen->title = box->windowTitle();
-        seen->text = box->text();
-        seen->seen = true;
-        timer->stop();
-        timer->deleteLater();
+        *tries = 0;
+        seen({box->windowTitle(), box->text(), box->informativeText(), box->detailedText(), true});
+        if (--*left == 0) {
+            timer->stop();
+            timer->deleteLater();
+        }
         if (QAbstractButton* b = box->button(button))
             b->click();
         else
             box->reject();
     });
     timer->start(20);
+}
+
+inline std::shared_ptr<QList<SeenBox>> AnswerMessageBoxes(int count,
+                                                          QMessageBox::StandardButton button) {
+    auto seen = std::make_shared<QList<SeenBox>>();
+    AnswerBoxes(count, button, [seen](const SeenBox& box) { seen->append(box); });
+    return seen;
+}
+
+inline std::shared_ptr<SeenBox> AnswerNextMessageBox(QMessageBox::StandardButton button) {
+    auto seen = std::make_shared<SeenBox>();
+    AnswerBoxes(1, button, [seen](const SeenBox& box) { *seen = box; });
     return seen;
 }
 

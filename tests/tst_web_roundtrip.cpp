@@ -5,10 +5,12 @@
 #include "scanner/ScaningThread.h"
 #include "tests/GuiTestSupport.h"
 #include "tests/TestSupport.h"
+#include "ui/ExportOptions.h"
 #include "ui/PreviewWindow.h"
 
 #include <QAction>
 #include <QDirIterator>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QTreeWidget>
 #include <QtTest>
@@ -77,6 +79,46 @@ private slots:
         for (QWidget* top : QApplication::topLevelWidgets())
             if (top->objectName() == "ImportMsgDlg" && top->isVisible())
                 top->close();
+        w.CleanListAndHash();
+    }
+
+    // A broken link among the messages: the scan ends there and, after the
+    // usual end message, a warning names the file and how to skip such files.
+    // With Skip Unreadable Files on, the scan goes on and lists the file.
+    void unreadableFileBoxes() {
+        QTemporaryDir tmp;
+        const QString store = tmp.path() + "/Mail";
+        QVERIFY(TestSupport::CopyFolder(TestSupport::SampleStore(), store));
+        const QString broken = store + "/V2/Mailboxes/Inbox.mbox/Messages/12.emlx";
+        QVERIFY(QFile::remove(broken) && QFile::link(tmp.path() + "/gone", broken));
+
+        closeevent = 1;
+        GuiTestSupport::ScriptedWindow w;
+        w.show();
+        m_strInputfilepath = store;
+        for (const bool skip : {false, true}) {
+            w.m_pExportOptions->m_pSkipUnreadable->setChecked(skip);
+            auto boxes = GuiTestSupport::AnswerMessageBoxes(2, QMessageBox::Ok);
+            w.OnStartScanning();
+            QTRY_COMPARE_WITH_TIMEOUT(boxes->size(), 2, 30000);
+            QCOMPARE(boxes->at(0).text, QStringLiteral("File scan completed successfully."));
+            const GuiTestSupport::SeenBox& warning = boxes->at(1);
+            QCOMPARE(warning.title, QStringLiteral("Pellomar"));
+            QVERIFY2(warning.detailed.contains(broken), qPrintable(warning.detailed));
+            if (skip) {
+                QCOMPARE(warning.text, QString("1 file could not be read and was skipped; the "
+                                               "details list them."));
+            } else {
+                QVERIFY2(warning.text.contains(broken + "\n(No such file or directory)") &&
+                             warning.text.endsWith(" messages were not scanned."),
+                         qPrintable(warning.text));
+                QVERIFY(warning.informative.contains("Skip Unreadable Files"));
+            }
+            QTRY_VERIFY(!w.m_pScaningThread->isRunning());
+        }
+        // The choice is remembered for the next start.
+        QVERIFY(QSettings().value("ExportOptions/SkipUnreadableFiles").toBool());
+        w.m_pExportOptions->m_pSkipUnreadable->setChecked(false);
         w.CleanListAndHash();
     }
 };

@@ -5,10 +5,12 @@
 #include "scanner/Globals.h"
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
+#include "ui/ExportOptions.h"
 #include "ui/PlistStrings.h"
 #include "ui/PreviewDecoding.h"
 #include "ui/ProgressDialogs.h"
 #include "ui/QImportWindow.h"
+#include "ui/RunReport.h"
 #include "ui/TextBrowser.h"
 #include "ui_MainWindowUi.h"
 #include "ui_TextBrowserDlg.h"
@@ -155,6 +157,7 @@ void PreviewWindow::CreateMenuBar() {
     m_pFileMenu = m_pMenuBar->addMenu(QStringLiteral("&File"));
     m_pFileMenu->addAction(m_pOpenFileMenu);
     m_pFileMenu->addAction(m_pSaveFileMenu);
+    m_pExportOptions = new ExportOptions(m_pFileMenu, this);
     m_pHelpMenu = m_pMenuBar->addMenu(QStringLiteral("&Help"));
     m_pHelpMenu->addAction(m_pHelpTopics);
     m_pHelpMenu->addSeparator();
@@ -529,6 +532,7 @@ void PreviewWindow::OnStartScanning() {
     SetFileActionsEnabled(false, false);
     IsPreview = true;
     bProcessRunning = true;
+    m_pScaningThread->m_options = m_pExportOptions->Options();
     m_pScaningThread->SetInitialSettings();
 }
 
@@ -596,8 +600,13 @@ void PreviewWindow::OnFinishScaning() {
         for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it)
             (*it)->setCheckState(ColName, Qt::Unchecked);
         IsPreview = true;
-        QImportWindow::Open(QStringLiteral("\nFile saved successfully at location ") + saveDir +
-                            PackageName(strTime));
+        const RunResult& result = m_pScaningThread->LastExport();
+        QString text = QStringLiteral("\nFile saved successfully at location ") + saveDir +
+                       PackageName(strTime);
+        if (result.HasLosses())
+            text += QLatin1Char('\n') + LossSummaryLine(result);
+        QImportWindow::Open(text);
+        ShowLossWarning(this, result, true);
         return;
     }
     if (IsConverted) {
@@ -614,6 +623,7 @@ void PreviewWindow::OnFinishScaning() {
         m_pOpenFile->setEnabled(true);
         m_pOpenFileMenu->setEnabled(true);
     }
+    ShowLossWarning(this, m_pScaningThread->LastScan(), false);
     if (m_pProgressInfo)
         m_pProgressInfo->m_pMovie->stop();
 }

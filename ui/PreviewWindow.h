@@ -14,6 +14,7 @@ class QSplitter;
 class QToolBar;
 class QTreeWidget;
 class QTreeWidgetItem;
+class ExportOptions;
 class ScaningThread;
 class SelectData;
 class TextBrowser;
@@ -79,6 +80,7 @@ public:
     QMenuBar* m_pMenuBar = nullptr;
     QMenu* m_pAppMenu = nullptr;
     QMenu* m_pFileMenu = nullptr;
+    ExportOptions* m_pExportOptions = nullptr;
     QMenu* m_pHelpMenu = nullptr;
     QToolBar* m_pToolBar = nullptr;
     QSplitter* m_pOuterSplitter = nullptr;

@@ -4,6 +4,7 @@
 #include "scanner/Globals.h"
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
+#include "ui/ExportOptions.h"
 #include "ui/PreviewWindow.h"
 
 #include <QAction>
@@ -49,6 +50,7 @@ void PreviewWindow::OnSavingFiles() {
         m_pOpenFile->setEnabled(false);
         m_pOpenFileMenu->setEnabled(false);
         IsPreview = false;
+        m_pScaningThread->m_options = m_pExportOptions->Options();
         m_pScaningThread->SetInitialSettings();
         return;
     }
@@ -59,6 +61,7 @@ void PreviewWindow::OnSavingFiles() {
     if (answer == QMessageBox::Yes) {
         RunShellCommand(QStringLiteral("rm -r ") + ShellQuote(target));
         IsPreview = false;
+        m_pScaningThread->m_options = m_pExportOptions->Options();
         m_pScaningThread->SetInitialSettings();
     } else {
         // The user has to choose Save again after picking another folder.
