@@ -1,9 +1,14 @@
 // Benchmark helper.
 //   pellomar-benchgen generate DIR N   writes a store of N messages into DIR,
-//                                      the same bytes on every run
+//                                      the same bytes on every run; of the
+//                                      partial messages, three in four keep
+//                                      the attachment in an .emlxpart file
+//                                      and one in four as a decoded file
+//                                      under Attachments/<N>/2/
 //   pellomar-benchgen measure OUT CMD [ARGS...]
 //                                      runs CMD with stdout sent to OUT and
 //                                      prints "seconds maxrss_kb exit_code"
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -11,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -87,6 +93,30 @@ void Base64Lines(Random& r, size_t bytes, std::string& out) {
         out += '\n';
 }
 
+// Decodes base64 text without padding; line breaks are skipped.
+std::string Base64Decode(const std::string& text) {
+    signed char value[256];
+    std::fill(std::begin(value), std::end(value), static_cast<signed char>(-1));
+    for (int i = 0; i < 64; ++i)
+        value[static_cast<unsigned char>(kBase64[i])] = static_cast<signed char>(i);
+    std::string out;
+    out.reserve(text.size() / 4 * 3);
+    uint32_t bits = 0;
+    int count = 0;
+    for (char c : text) {
+        const int v = value[static_cast<unsigned char>(c)];
+        if (v < 0)
+            continue;
+        bits = (bits << 6) | static_cast<uint32_t>(v);
+        count += 6;
+        if (count >= 8) {
+            count -= 8;
+            out += static_cast<char>((bits >> count) & 0xff);
+        }
+    }
+    return out;
+}
+
 const char kTrailer[] =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
@@ -126,6 +156,8 @@ int Generate(const fs::path& dir, uint64_t count) {
     const std::vector<std::string> folders = Folders();
     Random r{20260301};
     uint64_t bytes = 0;
+    uint64_t partials = 0;
+    uint64_t decodedFiles = 0;
     for (uint64_t i = 0; i < count; ++i) {
         const std::string& folder = folders[i * folders.size() / count];
         const fs::path messages = dir / folder;
@@ -143,6 +175,11 @@ int Generate(const fs::path& dir, uint64_t count) {
                                   : kind < 999 ? r.between(100 << 10, 1 << 20)
                                                : r.between(2 << 20, 6 << 20);
         const bool partial = attachment && r.below(5) == 0;
+        // Every fourth partial message is in today's layout: the part's body
+        // is left out of the message and its decoded bytes are under
+        // Attachments beside the Messages folder. No random draw decides
+        // this, so the other messages stay as they were.
+        const bool decodedFile = partial && partials++ % 4 == 3;
         const bool html = r.below(2) == 0;
         const char* from = kPeople[r.below(8)];
         const char* to = kPeople[r.below(8)];
@@ -188,7 +225,23 @@ int Generate(const fs::path& dir, uint64_t count) {
                  "\nContent-Type: application/pdf;\n\tname=\"" + name +
                  "\"\nContent-Transfer-Encoding: base64\n";
             Base64Lines(r, attachment, part);
-            if (partial) {
+            if (decodedFile) {
+                // The size the server reports: CRLF line ends. The blank line
+                // after it ends the headers; the delimiter follows at once.
+                const size_t wire = part.size() + std::count(part.begin(), part.end(), '\n');
+                m += "X-Apple-Content-Length: " + std::to_string(wire) + "\n";
+                const fs::path dir =
+                    messages.parent_path() / "Attachments" / std::to_string(number) / "2";
+                fs::create_directories(dir, ec);
+                const std::string decoded = Base64Decode(part);
+                if (ec || !WriteAll(dir / name, decoded)) {
+                    fprintf(stderr, "cannot write %s\n", (dir / name).c_str());
+                    return 1;
+                }
+                bytes += decoded.size();
+                ++decodedFiles;
+                part.clear();
+            } else if (partial) {
                 m += "X-Apple-Content-Length: " + std::to_string(part.size()) + "\n\n\n";
             } else {
                 m += "\n";
@@ -201,13 +254,15 @@ int Generate(const fs::path& dir, uint64_t count) {
         if (!WriteAll(messages / name, std::to_string(m.size()) + "\n", m, kTrailer))
             return 1;
         bytes += m.size() + sizeof kTrailer;
-        if (partial) {
+        if (partial && !decodedFile) {
             if (!WriteAll(messages / (std::to_string(number) + ".2.emlxpart"), part))
                 return 1;
             bytes += part.size();
         }
     }
-    printf("%llu messages, %.1f MB\n", static_cast<unsigned long long>(count), bytes / 1e6);
+    printf("%llu messages, %llu partial (%llu with Attachments files), %.1f MB\n",
+           static_cast<unsigned long long>(count), static_cast<unsigned long long>(partials),
+           static_cast<unsigned long long>(decodedFiles), bytes / 1e6);
     return 0;
 }
 

@@ -7,7 +7,7 @@ packages=(
   g++ make cmake ccache pkg-config
   qtbase5-dev qtwebengine5-dev libqt5svg5-dev
   librsvg2-bin imagemagick
-  xvfb xauth fonts-dejavu-core
+  xvfb xauth fonts-dejavu-core fonts-noto-color-emoji
 )
 
 missing=()
