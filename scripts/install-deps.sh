@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  g++ make cmake ccache pkg-config
+  g++ make cmake ccache pkg-config clang libclang-rt-14-dev
   qtbase5-dev qtwebengine5-dev libqt5svg5-dev
   librsvg2-bin imagemagick
   xvfb xauth fonts-dejavu-core fonts-noto-color-emoji
