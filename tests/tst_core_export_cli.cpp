@@ -45,7 +45,7 @@ void Row(const char* name, const QStringList& args, int code, const QString& mes
 class TestExportCli : public QObject {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir{TempDir() + "/export-cli-XXXXXX"};
+    QTemporaryDir m_dir{pellomar::TempDir() + "/export-cli-XXXXXX"};
     QString m_store;
     int m_outputs = 0;
 

@@ -106,7 +106,7 @@ QString SafeFileName(const QString& name) {
 }
 
 QString AttachmentFolder() {
-    return TempDir() + QStringLiteral("/sys_mail_att");
+    return pellomar::TempDir() + QStringLiteral("/sys_mail_att");
 }
 
 QStringList WriteAttachments(const MailItem* item, const QString& folder) {

@@ -57,7 +57,7 @@ void PreviewWindow::OnSavingFiles() {
         QStringLiteral("MBOX file already exists at this location, Do you want to replace it?"),
         QMessageBox::Yes | QMessageBox::No);
     if (answer == QMessageBox::Yes) {
-        RunShellCommand(QStringLiteral("rm -r ") + ShellQuote(target));
+        pellomar::RunShellCommand(QStringLiteral("rm -r ") + pellomar::ShellQuote(target));
         IsPreview = false;
         m_pScaningThread->SetInitialSettings();
     } else {
