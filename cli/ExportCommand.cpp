@@ -137,6 +137,16 @@ int RunExportCommand(const QStringList& args) {
     // itself, and the path is cut out of every message path.
     m_strInputfilepath = store.canonicalFilePath();
     ScaningThread thread;
+    // A Ctrl-C that comes while the worker is being started still counts:
+    // starting a run clears the stop flag.
+    QObject context;
+    QObject::connect(
+        &thread, &ScaningThread::OnShowingScanProgBar, &context,
+        [] {
+            if (g_interrupted)
+                bStopFlag = true;
+        },
+        Qt::DirectConnection);
     RunWorker(thread, true);
     if (g_interrupted) {
         Err() << "pellomar-cli export: interrupted during the scan; nothing was written\n";
@@ -182,15 +192,6 @@ int RunExportCommand(const QStringList& args) {
         return ExitFailure;
     }
 
-    // A Ctrl-C that came while the worker was being started still counts.
-    QObject context;
-    QObject::connect(
-        &thread, &ScaningThread::OnShowingScanProgBar, &context,
-        [] {
-            if (g_interrupted)
-                bStopFlag = true;
-        },
-        Qt::DirectConnection);
     InstallEmlxExport();
     RunWorker(thread, false);
     PrintWritten(package, thread.LastExport());
