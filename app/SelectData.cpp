@@ -35,7 +35,7 @@ void SelectData::ConnectSignals() {
 }
 
 void SelectData::DefaultDatabaseLocation() {
-    m_strInputfilepath = DefaultMailPathFor(ConsoleUserName());
+    m_strInputfilepath = DefaultMailPathFor(pellomar::ConsoleUserName());
     ui->SelectPSTLEdit->setText(m_strInputfilepath);
     ui->StartButton->setEnabled(true);
 }

@@ -139,6 +139,16 @@ int RunExportCommand(const QStringList& args) {
     m_strInputfilepath = store.canonicalFilePath();
     ScaningThread thread;
     thread.m_options = options;
+    // A Ctrl-C that comes while the worker is being started still counts:
+    // starting a run clears the stop flag.
+    QObject context;
+    QObject::connect(
+        &thread, &ScaningThread::OnShowingScanProgBar, &context,
+        [] {
+            if (g_interrupted)
+                bStopFlag = true;
+        },
+        Qt::DirectConnection);
     RunWorker(thread, true);
     if (g_interrupted) {
         Err() << "pellomar-cli export: interrupted during the scan; nothing was written\n";
@@ -184,15 +194,6 @@ int RunExportCommand(const QStringList& args) {
         return ExitFailure;
     }
 
-    // A Ctrl-C that came while the worker was being started still counts.
-    QObject context;
-    QObject::connect(
-        &thread, &ScaningThread::OnShowingScanProgBar, &context,
-        [] {
-            if (g_interrupted)
-                bStopFlag = true;
-        },
-        Qt::DirectConnection);
     InstallEmlxExport();
     RunWorker(thread, false);
     if (json)

@@ -4,6 +4,7 @@
 #include "scanner/Globals.h"
 
 #include <QDir>
+#include <QFile>
 
 #include <cstdio>
 #include <initializer_list>
@@ -18,7 +19,7 @@ const char kDoctype[] = "<!DOCTYPE plist PUBLIC \"-//Apple Computer//DTD PLIST 1
 // The files are never truncated: a second run into the same package doubles
 // their content.
 void AppendPieces(const QString& path, std::initializer_list<QByteArray> pieces) {
-    FILE* f = fopen(path.toUtf8().constData(), "a+");
+    FILE* f = fopen(QFile::encodeName(path).constData(), "a+");
     if (!f)
         return;
     for (const QByteArray& piece : pieces)

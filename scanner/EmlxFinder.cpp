@@ -1,20 +1,125 @@
-// The scan of a mail store: list the message files with find, convert the
-// list to UTF-16 with iconv, then walk it one message file at a time, giving
-// each message its folder and record and announcing it to the window.
+// The scan of a mail store: list the message files with find, then walk the
+// list one message file at a time, giving each message its folder and record
+// and announcing it to the window.
 #include "scanner/AnalysisPipeline.h"
 #include "scanner/Discovery.h"
+#include "scanner/FileAccess.h"
 #include "scanner/Globals.h"
 #include "scanner/MessageAnalysis.h"
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
 
 #include <QFile>
-#include <QTextStream>
 #include <QThread>
 
 #include <deque>
+#include <unistd.h>
 
 namespace {
+
+// find writes a NUL after each name, since a name may hold any other byte
+// (a line feed too), and its messages (unreadable folders) to a file of
+// their own. Both files are made anew, readable by the user alone, before
+// the shell writes into them. A store path that starts with "-" is given as
+// "./-..." so that find does not take it for an option. False when the
+// files cannot be made.
+bool ListFiles(const QString& store, const char* pattern, const QString& list,
+               const QString& errors) {
+    for (const QString& file : {list, errors}) {
+        const int fd = pellomar::CreatePrivateFile(file);
+        if (fd < 0)
+            return false;
+        ::close(fd);
+    }
+    const QString start = store.startsWith(QLatin1Char('-')) ? QStringLiteral("./") + store : store;
+    pellomar::RunShellCommand(QStringLiteral("find ") + pellomar::ShellQuote(start) +
+                              QStringLiteral("  -name \"") + QLatin1String(pattern) +
+                              QStringLiteral("\" -print0 > ") + pellomar::ShellQuote(list) +
+                              QStringLiteral(" 2> ") + pellomar::ShellQuote(errors));
+    return true;
+}
+
+// Reads what ListFiles wrote: the names in find's order, then each of find's
+// messages as one more entry, as the lines of a shared list would have
+// carried them. Names are the file system's bytes (see FileAccess.h).
+class FoundFiles {
+public:
+    FoundFiles(const QString& store, const QString& list, const QString& errors)
+        : m_strip(store.startsWith(QLatin1Char('-'))), m_list(list), m_errors(errors) {}
+
+    bool Open(QString* reason) {
+        const int fd = pellomar::OpenRegularFile(m_list, reason);
+        if (fd < 0 || !m_file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+            if (fd >= 0)
+                *reason = m_file.errorString();
+            return false;
+        }
+        QFile errors(m_errors);
+        if (errors.open(QIODevice::ReadOnly)) {
+            m_messages = errors.readAll().split('\n');
+            if (!m_messages.isEmpty() && m_messages.constLast().isEmpty())
+                m_messages.removeLast();
+        }
+        return true;
+    }
+
+    // The next entry; false after the last one.
+    bool Next(QString* entry) {
+        for (;;) {
+            const int nul = m_buffer.indexOf('\0', m_searchFrom);
+            if (nul >= 0) {
+                *entry = Name(m_buffer.mid(m_pos, nul - m_pos));
+                m_pos = m_searchFrom = nul + 1;
+                return true;
+            }
+            const QByteArray more = m_file.read(65536);
+            if (more.isEmpty())
+                break;
+            m_buffer.remove(0, m_pos);
+            m_searchFrom = m_buffer.size();
+            m_pos = 0;
+            m_buffer += more;
+        }
+        if (m_pos < m_buffer.size()) { // a last name without its NUL
+            *entry = Name(m_buffer.mid(m_pos));
+            m_pos = m_searchFrom = m_buffer.size();
+            return true;
+        }
+        if (m_message < m_messages.size()) {
+            *entry = QFile::decodeName(m_messages.at(m_message++));
+            return true;
+        }
+        return false;
+    }
+
+    void Rewind() {
+        m_file.seek(0);
+        m_buffer.clear();
+        m_pos = m_searchFrom = m_message = 0;
+    }
+
+    // The files are gone once the list has been read.
+    void Remove() {
+        m_file.close();
+        QFile::remove(m_list);
+        QFile::remove(m_errors);
+    }
+
+private:
+    QString Name(QByteArray bytes) const {
+        if (m_strip && bytes.startsWith("./"))
+            bytes.remove(0, 2);
+        return QFile::decodeName(bytes);
+    }
+
+    const bool m_strip;
+    const QString m_list, m_errors;
+    QFile m_file;
+    QByteArray m_buffer;
+    int m_pos = 0, m_searchFrom = 0;
+    QList<QByteArray> m_messages;
+    int m_message = 0;
+};
 
 // A line of the message list that names a message to scan: the built-in RSS
 // feed's folder is left out.
@@ -48,61 +153,50 @@ void ScaningThread::EMLXFinder() {
     GetUserName();
     listOfPathOfEmlxPart.clear();
 
-    const QString tmp = TempDir();
+    const QString tmp = pellomar::TempDir();
+    if (tmp.isEmpty()) {
+        result.EndAt(RunResult::Ending::Failed, QString(),
+                     QStringLiteral("no folder for temporary files"), 0);
+        return;
+    }
     const QString emlxList = tmp + QStringLiteral("/QuenmoorEmlx");
-    const QString emlxList16 = tmp + QStringLiteral("/VortigaEmlx");
     const QString partList = tmp + QStringLiteral("/QuenmoorEmlxPart");
-    const QString partList16 = tmp + QStringLiteral("/VortigaEmlxPart");
-    const QString store = ShellQuote(m_strInputfilepath);
-
-    // find's error messages (unreadable folders) land in the lists as well.
-    RunShellCommand(QStringLiteral("find ") + store + QStringLiteral("  -name \"*.emlx\" >& ") +
-                    ShellQuote(emlxList));
-    RunShellCommand(QStringLiteral("iconv -f utf-8 -t utf-16 ") + ShellQuote(emlxList) +
-                    QStringLiteral(">&") + ShellQuote(emlxList16));
-    RunShellCommand(QStringLiteral("find ") + store + QStringLiteral("  -name \"*.emlxpart\" >& ") +
-                    ShellQuote(partList));
-    RunShellCommand(QStringLiteral("iconv -f utf-8 -t utf-16 ") + ShellQuote(partList) +
-                    QStringLiteral(">&") + ShellQuote(partList16));
-
-    {
-        // Read as bytes, like the message list below: a text-mode read would
-        // drop a carriage return inside a folder name.
-        QFile parts(partList);
-        if (!parts.open(QIODevice::ReadOnly)) {
-            result.EndAt(RunResult::Ending::Failed, partList, parts.errorString(), 0);
-            return;
-        }
-        QTextStream in(&parts);
-        in.setCodec("UTF-8");
-        while (!in.atEnd()) {
-            const QString line = in.readLine();
-            if (!line.isEmpty())
-                listOfPathOfEmlxPart.append(line.trimmed());
-        }
-        parts.close();
-        QFile::remove(partList);
+    const QString errorsSuffix = QStringLiteral("Errors");
+    if (!ListFiles(m_strInputfilepath, "*.emlx", emlxList, emlxList + errorsSuffix) ||
+        !ListFiles(m_strInputfilepath, "*.emlxpart", partList, partList + errorsSuffix)) {
+        result.EndAt(RunResult::Ending::Failed, tmp, QStringLiteral("cannot make the file lists"),
+                     0);
+        return;
     }
 
-    // The UTF-16 list is read as bytes: a text-mode read would drop every
-    // 0x0D byte, which is half of characters such as U+010D. The stream
-    // finds the encoding from the byte-order mark and handles line ends.
-    QFile list(emlxList16);
-    if (!list.open(QIODevice::ReadOnly)) {
-        result.EndAt(RunResult::Ending::Failed, emlxList16, list.errorString(), 0);
-        return;
+    {
+        FoundFiles parts(m_strInputfilepath, partList, partList + errorsSuffix);
+        QString reason;
+        if (!parts.Open(&reason)) {
+            result.EndAt(RunResult::Ending::Failed, partList, reason, 0);
+            return;
+        }
+        QString path;
+        while (parts.Next(&path))
+            if (!path.isEmpty())
+                listOfPathOfEmlxPart.append(path);
+        parts.Remove();
+    }
+
+    FoundFiles list(m_strInputfilepath, emlxList, emlxList + errorsSuffix);
+    {
+        QString reason;
+        if (!list.Open(&reason)) {
+            result.EndAt(RunResult::Ending::Failed, emlxList, reason, 0);
+            return;
+        }
     }
     m_ulTotalFiles = 0;
     IsConverted = false;
-    {
-        QTextStream counter(&list);
-        while (!counter.atEnd()) {
-            if (IsMessageLine(counter.readLine()))
-                ++result.total;
-            ++m_ulTotalFiles;
-        }
-    }
-    list.seek(0);
+    for (QString entry; list.Next(&entry); ++m_ulTotalFiles)
+        if (IsMessageLine(entry))
+            ++result.total;
+    list.Rewind();
 
     emit OnShowingScanProgBar();
     emit OnSettingsForPrgBar(static_cast<unsigned long>(m_ulTotalFiles),
@@ -116,11 +210,13 @@ void ScaningThread::EMLXFinder() {
     };
     std::deque<ListLine> ahead;
     AnalysisPipeline pipeline(qBound(1, QThread::idealThreadCount(), 8));
-    QTextStream in(&list);
+    bool more = true;
     auto readAhead = [&] {
-        while (pipeline.Queued() < AnalysisPipeline::kWindow && !in.atEnd()) {
-            // The line is used as it stands: a path may end in blanks.
-            const QString text = in.readLine();
+        QString text;
+        while (more && pipeline.Queued() < AnalysisPipeline::kWindow) {
+            more = list.Next(&text);
+            if (!more)
+                break;
             const bool message = IsMessageLine(text);
             if (message)
                 pipeline.Submit(text);
@@ -172,8 +268,8 @@ void ScaningThread::EMLXFinder() {
         SetUtf16(&item->pPath, &item->ulPathSize, line);
         item->ullNumber = MessageNumberValue(numberText);
 
-        // A message file that cannot be opened ends the scan; the list file
-        // stays and the item keeps its place without being announced.
+        // A message file that cannot be opened ends the scan; the list files
+        // stay and the item keeps its place without being announced.
         if (!opened) {
             result.EndAt(RunResult::Ending::UnreadableFile, line, error, result.total - taken + 1);
             return;
@@ -182,6 +278,5 @@ void ScaningThread::EMLXFinder() {
         result.Count(folderPath);
         emit CurrentValue();
     }
-    list.close();
-    QFile::remove(emlxList16);
+    list.Remove();
 }

@@ -1,7 +1,11 @@
 #include "scanner/Globals.h"
+#include "scanner/FileAccess.h"
 
+#include <QFile>
+#include <QMutex>
 #include <QProcess>
 
+#include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -36,9 +40,30 @@ QMap<unsigned long long, QString> objMapFID_Name;
 FolderTreeSink* pMainWindow = nullptr;
 FolderTreeSink* m_pMainWindow = nullptr;
 
+QString DefaultMailPathFor(const QString& userName) {
+    if (userName != QLatin1String("root"))
+        return QStringLiteral("/Users/") + userName + QStringLiteral("/Library/Mail");
+    return QStringLiteral("/private/var/") + userName + QStringLiteral("/Library/Mail");
+}
+
+namespace pellomar {
+
 QString TempDir() {
-    const QString dir = qEnvironmentVariable("PELLOMAR_TMPDIR");
-    return dir.isEmpty() ? QStringLiteral("/var/tmp") : dir;
+    static QMutex mutex;
+    static QString current;
+    const QMutexLocker lock(&mutex);
+    if (!current.isEmpty() && MakePrivateFolder(current))
+        return current;
+    QString base = qEnvironmentVariable("PELLOMAR_TMPDIR");
+    if (base.isEmpty())
+        base = QStringLiteral("/var/tmp");
+    current = base + QStringLiteral("/pellomar-") + QString::number(::geteuid());
+    if (MakePrivateFolder(current))
+        return current;
+    // Someone else holds the name: a folder of our own with a random name.
+    QByteArray pattern = QFile::encodeName(current) + "-XXXXXX";
+    current = ::mkdtemp(pattern.data()) ? QFile::decodeName(pattern) : QString();
+    return current;
 }
 
 QString ConsoleUserName() {
@@ -59,12 +84,6 @@ QString ConsoleUserName() {
 #endif
 }
 
-QString DefaultMailPathFor(const QString& userName) {
-    if (userName != QLatin1String("root"))
-        return QStringLiteral("/Users/") + userName + QStringLiteral("/Library/Mail");
-    return QStringLiteral("/private/var/") + userName + QStringLiteral("/Library/Mail");
-}
-
 QString ShellQuote(const QString& path) {
     QString quoted = path;
     quoted.replace(QLatin1Char('\''), QLatin1String("'\\''"));
@@ -74,3 +93,5 @@ QString ShellQuote(const QString& path) {
 int RunShellCommand(const QString& command) {
     return QProcess::execute(QStringLiteral("/bin/bash"), {QStringLiteral("-c"), command});
 }
+
+} // namespace pellomar

@@ -40,17 +40,27 @@ extern QMap<unsigned long long, QString> objMapFID_Name;
 extern FolderTreeSink* pMainWindow;
 extern FolderTreeSink* m_pMainWindow;
 
-// Folder that holds the temporary files ("/var/tmp"). The environment
-// variable PELLOMAR_TMPDIR replaces it, so tests can run side by side.
+// The Apple Mail folder of a user: /Users/<name>/Library/Mail, or
+// /private/var/root/Library/Mail for root.
+QString DefaultMailPathFor(const QString& userName);
+
+namespace pellomar {
+
+// This user's folder for temporary files, "/var/tmp/pellomar-<uid>" (the
+// environment variable PELLOMAR_TMPDIR replaces "/var/tmp", so tests can run
+// side by side). Made with mode 0700 when missing and checked on every call:
+// when the name is anything else than a real folder of this user that only
+// the user may enter (a link, a file, another user's folder), a new folder
+// with a random name is made beside it instead. Empty when no folder can be
+// made at all.
 QString TempDir();
 
 // Login name of the user at the console (on macOS) or of the process owner.
 QString ConsoleUserName();
-// The Apple Mail folder of a user: /Users/<name>/Library/Mail, or
-// /private/var/root/Library/Mail for root.
-QString DefaultMailPathFor(const QString& userName);
 
 // Puts a path between single quotes so that any character survives a shell.
 QString ShellQuote(const QString& path);
 // Runs a command line with bash and waits for it; the exit code is returned.
 int RunShellCommand(const QString& command);
+
+} // namespace pellomar

@@ -29,7 +29,7 @@ void ScaningThread::run() {
 }
 
 void ScaningThread::GetUserName() {
-    m_strDefaultMailPath = DefaultMailPathFor(ConsoleUserName());
+    m_strDefaultMailPath = DefaultMailPathFor(pellomar::ConsoleUserName());
 }
 
 namespace {

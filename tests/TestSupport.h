@@ -57,14 +57,15 @@ inline QByteArray Emlx(const QByteArray& message) {
 
 // The order in which find lists a folder depends on the file system (ext4
 // returns hash order). Tests that compare whole outputs put this shim first
-// in PATH: it runs the real find and sorts its lines, so the result is the
-// same on every machine. Returns the shim's folder.
+// in PATH: it runs the real find and sorts the names it prints (each ended
+// by a NUL), so the result is the same on every machine. Returns the shim's
+// folder.
 inline QString InstallSortedFind(const QString& dir) {
     QDir().mkpath(dir);
     const QString shim = dir + QStringLiteral("/find");
     WriteFile(shim, "#!/bin/bash\n"
                     "real=$(PATH=${PATH#*:} command -v find)\n"
-                    "\"$real\" \"$@\" 2>&1 | LC_ALL=C sort\n");
+                    "\"$real\" \"$@\" | LC_ALL=C sort -z\n");
     QFile::setPermissions(shim, QFile::permissions(shim) | QFileDevice::ExeOwner |
                                     QFileDevice::ExeGroup | QFileDevice::ExeOther);
     const QByteArray path = qgetenv("PATH");

@@ -45,7 +45,7 @@ void Row(const char* name, const QStringList& args, int code, const QString& mes
 class TestExportCli : public QObject {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir{TempDir() + "/export-cli-XXXXXX"};
+    QTemporaryDir m_dir{pellomar::TempDir() + "/export-cli-XXXXXX"};
     QString m_store;
     int m_outputs = 0;
 
@@ -189,6 +189,26 @@ private slots:
         for (const QString& text : said)
             QVERIFY2(r.err.contains(QString(text).replace("%1", message).toUtf8()),
                      r.err.constData());
+    }
+
+    // Names the file system allows: folders "...mbox" (".." once the suffix
+    // goes), a line feed, a leading dash and a Latin-1 byte, in a store whose
+    // own name holds a Latin-1 byte. Every message is written, inside DEST.
+    void oddNamesStayInsideDest() {
+        const QString store = m_dir.path() + "/" + QFile::decodeName("st\xf6re");
+        const QString latin1 = QFile::decodeName("caf\xe9"), shown = QString::fromUtf8("caf\xe9");
+        for (const QString& folder :
+             {QString("...mbox/...mbox/...mbox/x/evil"), QString("a\nb"), QString("-dash"), latin1})
+            QVERIFY(WriteFile(store + "/" + folder + ".mbox/Messages/1.emlx",
+                              Emlx("Subject: s\n\nbody\n")));
+        const QString dest = newDest();
+        const CliOutput r = RunCliTool({"export", store, dest});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(QDir(dest).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 1);
+        QCOMPARE(FilesBelow(PackageIn(dest)).filter(QRegularExpression("^Mail/")),
+                 (QStringList{"Mail/-dash/-dash.mbox", "Mail/_../_../_../x/evil/evil.mbox",
+                              "Mail/a\nb/a\nb.mbox", "Mail/" + shown + "/" + shown + ".mbox"}));
+        QVERIFY(!QFileInfo::exists(m_dir.path() + "/x"));
     }
 
     // Ctrl-C during the export: whole messages only, exit 130, and the

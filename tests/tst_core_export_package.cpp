@@ -39,7 +39,7 @@ void MappingRow(const char* name, const QString& message, const QString& expecte
 class TestExportPackage : public QObject {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir{TempDir() + "/export-package-XXXXXX"};
+    QTemporaryDir m_dir{pellomar::TempDir() + "/export-package-XXXXXX"};
 
 private slots:
     void init() {
@@ -106,10 +106,18 @@ private slots:
         MappingRow("store inside the mailbox",
                    s + "/V2/Mailboxes/Work.mbox/ID/Data/Messages/7.emlx",
                    p + "/Mail/ID/Data/Work/Work.mbox", s + "/V2/Mailboxes/Work.mbox/ID/Data");
-        // The removal of ".mbox" runs over the package path too.
+        // The removal of ".mbox" leaves the package path alone.
         MappingRow("store is the mailbox", s + "/V2/Mailboxes/Work.mbox/ID/Data/Messages/7.emlx",
-                   "/out/pkg.rge/Mail/Work/Work.mbox", s + "/V2/Mailboxes/Work.mbox",
+                   "/out.mbox/pkg.rge/Mail/Work/Work.mbox", s + "/V2/Mailboxes/Work.mbox",
                    "/out.mbox/pkg.rge");
+        // Folder names that would lead out of the package or vanish.
+        MappingRow("...mbox folders", s + "/...mbox/...mbox/...mbox/x/evil.mbox/Messages/1.emlx",
+                   p + "/Mail/_../_../_../x/evil/evil.mbox");
+        MappingRow("dot and empty names", s + "/..mbox/.mbox/Messages/1.emlx",
+                   p + "/Mail/_./_/.mbox");
+        const QString latin1 = QFile::decodeName("caf\xe9"), shown = QString::fromUtf8("caf\xe9");
+        MappingRow("bytes that are not UTF-8 as shown", s + "/" + latin1 + ".mbox/Messages/1.emlx",
+                   p + "/Mail/" + shown + "/" + shown + ".mbox");
         MappingRow("message outside the store lands beside the package",
                    "/elsewhere/X.mbox/Messages/1.emlx", p + "X.mbox");
     }

@@ -46,7 +46,7 @@ QByteArray Written(int from, int count) {
 class TestExportRun : public QObject {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir{TempDir() + "/export-run-XXXXXX"};
+    QTemporaryDir m_dir{pellomar::TempDir() + "/export-run-XXXXXX"};
     QString m_store;
     QString m_package;
 

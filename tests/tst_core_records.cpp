@@ -102,10 +102,10 @@ private slots:
         QTemporaryDir dir(QDir::tempPath() + "/pellomar-quote-XXXXXX");
         QVERIFY(dir.isValid());
         const QString path = dir.path() + "/" + name;
-        QCOMPARE(RunShellCommand("touch " + ShellQuote(path)), 0);
+        QCOMPARE(pellomar::RunShellCommand("touch " + pellomar::ShellQuote(path)), 0);
         QVERIFY(QFileInfo::exists(path));
         if (!name.contains('\''))
-            QCOMPARE(ShellQuote(path), "'" + path + "'");
+            QCOMPARE(pellomar::ShellQuote(path), "'" + path + "'");
     }
 };
 

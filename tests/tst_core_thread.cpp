@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <unistd.h>
+
 using namespace TestSupport;
 
 namespace {
@@ -60,7 +62,7 @@ QByteArray SmallMessage() {
 }
 
 bool ListRemoved() {
-    return !QFile::exists(TempDir() + "/VortigaEmlx");
+    return !QFile::exists(pellomar::TempDir() + "/QuenmoorEmlx");
 }
 
 } // namespace
@@ -94,10 +96,10 @@ private slots:
     void cleanup() {
         FreeAllFolderRecords();
         pMainWindow = nullptr;
-        QFile::remove(TempDir() + "/VortigaEmlx");
+        QFile::remove(pellomar::TempDir() + "/QuenmoorEmlx");
     }
 
-    // A find stand-in prints the list, so that it can hold any line; "@S"
+    // A find stand-in prints the list, so that it can hold any entry; "@S"
     // stands for the store. Lines naming an ".emlx" file get a real message
     // file unless they name "missing". The scan is stopped once stopAfter
     // messages were announced.
@@ -150,7 +152,7 @@ private slots:
         QByteArray list;
         for (QString line : lines) {
             line.replace(QLatin1String("@S"), m_store);
-            list += line.toUtf8() + '\n';
+            list += QFile::encodeName(line) + '\0';
             if (line.contains(QLatin1String(".emlx")) && !line.contains(QLatin1String("missing")))
                 QVERIFY(WriteFile(line, SmallMessage()));
         }
@@ -172,12 +174,15 @@ private slots:
         QCOMPARE(log.wrongTreeItems, 0);
         QCOMPARE(bool(IsConverted), !records.isEmpty());
         QCOMPARE(ListRemoved(), listRemoved);
+        if (!listRemoved) // kept for a look, by the user alone
+            QVERIFY(!(QFileInfo(pellomar::TempDir() + "/QuenmoorEmlx").permissions() & 0x77));
         // Every attached message keeps its list line, untrimmed, as its path.
         QStringList got;
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext) {
             int n = 0;
             for (MailItem* m = f->pFirstMail; m; m = m->pNext, ++n)
-                QVERIFY(list.contains(Utf16Text(m->pPath, m->ulPathSize).toUtf8() + '\n'));
+                QVERIFY(
+                    list.contains(QFile::encodeName(Utf16Text(m->pPath, m->ulPathSize)) + '\0'));
             if (f != StartFldrAtrib)
                 got << QStringLiteral("%1:%2").arg(m_sink.FolderName(f->ullId)).arg(n);
         }
@@ -215,8 +220,9 @@ private slots:
     }
 
     // The real find over a store whose names hold quotes, blanks, a carriage
-    // return and letters whose UTF-16 units hold the byte 0x0D (U+010D,
-    // U+0D05); scanned twice, as the window does on a second Open.
+    // return, a line feed, a leading dash, a Latin-1 byte and letters whose
+    // UTF-16 units hold the byte 0x0D (U+010D, U+0D05); scanned twice, as
+    // the window does on a second Open.
     void realStoreScannedTwice() {
         InstallSortedFind(m_dir.path() + "/sorted");
         m_store += QStringLiteral("/it's a \"store\" $HOME");
@@ -225,9 +231,10 @@ private slots:
         QVERIFY(WriteFile(dir + "12.partial.emlx", SmallMessage()));
         for (const char* part : {"12.3", "12.2", "čeština ' \""})
             QVERIFY(WriteFile(dir + QString::fromUtf8(part) + ".emlxpart", "x"));
-        const QString name = QStringLiteral("Přílohy č. 5 \u0D05\r");
-        const QString odd = m_store + "/V2/" + name + ".mbox/Messages/8.emlx";
-        QVERIFY(WriteFile(odd, SmallMessage()));
+        const QStringList odd{"-dash", QStringLiteral("Přílohy č. 5 \u0D05\r"), "Zeile\nzwei",
+                              QFile::decodeName("caf\xe9")};
+        for (const QString& name : odd)
+            QVERIFY(WriteFile(m_store + "/V2/" + name + ".mbox/Messages/8.emlx", SmallMessage()));
         QVERIFY(
             WriteFile(m_store + "/V2/RSS/Apple Hot News.rssmbox/Messages/3.emlx", SmallMessage()));
         ScaningThread thread;
@@ -235,15 +242,15 @@ private slots:
         Scan(thread);
         QCOMPARE(listOfPathOfEmlxPart, (QStringList{dir + "12.2.emlxpart", dir + "12.3.emlxpart",
                                                     dir + "čeština ' \".emlxpart"}));
-        QCOMPARE(log.events, QStringLiteral("ST3CNVCNVVF")); // find's order, sorted
-        QCOMPARE(m_sink.FolderPath(llParentIdRunning), "V2/" + name);
-        const MailItem* m = EndFldrAtrib->pFirstMail;
-        QCOMPARE(Utf16Text(m->pPath, m->ulPathSize), odd);
-        // The UTF-8 lists stay (the message list) or go (the part list).
-        QVERIFY(QFile::exists(TempDir() + "/QuenmoorEmlx"));
-        QVERIFY(!QFile::exists(TempDir() + "/QuenmoorEmlxPart"));
-        QVERIFY(QFile::exists(TempDir() + "/VortigaEmlxPart"));
-        QVERIFY(ListRemoved());
+        // find's order, sorted: -dash, Mailboxes, Přílohy, RSS, Zeile, caf.
+        QCOMPARE(log.events, QStringLiteral("ST6CNVCNVCNVVCNVCNVF"));
+        QStringList folders;
+        for (const FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
+            if (f->pFirstMail)
+                folders << m_sink.FolderPath(f->ullId);
+        QCOMPARE(folders, (QStringList{"V2/" + odd[0], "V2/Mailboxes/Work", "V2/" + odd[1],
+                                       "V2/" + odd[2], "V2/" + odd[3]}));
+        QCOMPARE(QDir(pellomar::TempDir()).entryList(QDir::Files | QDir::Hidden), QStringList());
 
         // The second scan goes on with the identifiers after the first one's.
         const quint64 last = EndFldrAtrib->ullId;
@@ -252,7 +259,64 @@ private slots:
         Scan(thread);
         QCOMPARE(StartFldrAtrib->ullId, quint64(501));
         QCOMPARE(StartFldrAtrib->pNext->ullId, last + 1);
-        QCOMPARE(m_sink.FolderPath(EndFldrAtrib->ullId), "V2/" + name);
+        QCOMPARE(log.events.count('N'), 10);
+    }
+
+    // Another user may have put a link or a file of theirs where the scan
+    // keeps its lists, or taken the private folder's name. The scan still
+    // works and neither reads nor writes what was planted.
+    void plantedNames_data() {
+        QTest::addColumn<QString>("name"); // in the private folder; empty: the folder itself
+        QTest::addColumn<QString>("kind"); // link, file or open folder
+        for (const char* name :
+             {"QuenmoorEmlx", "QuenmoorEmlxErrors", "QuenmoorEmlxPart", "QuenmoorEmlxPartErrors"})
+            QTest::newRow(name) << name << "link";
+        QTest::newRow("folder is a link") << ""
+                                          << "link";
+        QTest::newRow("folder is a file") << ""
+                                          << "file";
+        QTest::newRow("folder open to others") << ""
+                                               << "open folder";
+    }
+    void plantedNames() {
+        QFETCH(QString, name);
+        QFETCH(QString, kind);
+        const QString victim = m_dir.path() + "/victim" + QString::number(m_run);
+        QVERIFY(WriteFile(victim + "/file", "mine\n"));
+        QVERIFY(WriteFile(m_store + "/A.mbox/Messages/1.emlx", SmallMessage()));
+        const QString preferred =
+            qEnvironmentVariable("PELLOMAR_TMPDIR") + "/pellomar-" + QString::number(geteuid());
+        QString planted = pellomar::TempDir() + "/" + name;
+        if (name.isEmpty()) { // the folder in use goes, so the name is taken up again
+            QVERIFY(QDir(pellomar::TempDir()).removeRecursively());
+            planted = preferred;
+        }
+        if (kind == "link")
+            QVERIFY(QFile::link(name.isEmpty() ? victim : victim + "/file", planted));
+        else if (kind == "file")
+            QVERIFY(WriteFile(planted, "mine\n"));
+        else
+            QVERIFY(QDir().mkdir(planted) &&
+                    QFile::setPermissions(planted, QFile::Permissions(0x7755)));
+
+        ScaningThread thread;
+        SignalLog log(thread, m_sink);
+        Scan(thread);
+        QCOMPARE(log.events, QStringLiteral("ST1CNVF"));
+        const QString tmp = pellomar::TempDir();
+        const QFileInfo used(tmp);
+        QVERIFY(used.isDir() && !used.isSymLink() && !(used.permissions() & 0x77));
+        QCOMPARE(tmp == preferred, !name.isEmpty());
+        QCOMPARE(QDir(victim).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList{"file"});
+        QCOMPARE(ReadFile(victim + "/file"), QByteArray("mine\n"));
+        if (kind == "file")
+            QCOMPARE(ReadFile(planted), QByteArray("mine\n"));
+        if (kind == "open folder")
+            QVERIFY(QDir(planted).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot));
+        if (name.isEmpty()) // the name is free again for the tests after this one
+            QVERIFY(kind == "open folder" ? QDir(planted).removeRecursively()
+                                          : QFile::remove(planted));
     }
 
 private:

@@ -1,5 +1,6 @@
 // What the preview reads back from a message: body text by transfer encoding
 // and charset, and decoded attachments with safe file names.
+#include "scanner/FileAccess.h"
 #include "scanner/Globals.h"
 #include "scanner/MessageAnalysis.h"
 #include "scanner/Records.h"
@@ -8,6 +9,8 @@
 
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <sys/stat.h>
 
 namespace {
 // Writes a message, analyses it and returns its record (freed by the caller).
@@ -86,6 +89,10 @@ private slots:
         TestSupport::WriteFile(path, "ab=\ncd\nef=\n");
         QCOMPARE(DecodeBodyRange(path, 0, 11, nullptr, "utf-8"), QStringLiteral("abcd\nef"));
         QCOMPARE(DecodeBodyRange(dir.path() + "/missing", 0, 11, nullptr, nullptr), QString());
+        // Only regular files are read, without waiting on a FIFO.
+        QVERIFY(::mkfifo(QFile::encodeName(dir.path() + "/fifo").constData(), 0600) == 0);
+        QCOMPARE(DecodeBodyRange(dir.path() + "/fifo", 0, 11, nullptr, nullptr), QString());
+        QCOMPARE(DecodeBodyRange(dir.path(), 0, 11, nullptr, nullptr), QString());
     }
 
     void safeNames_data() {
@@ -110,6 +117,33 @@ private slots:
         QCOMPARE(SafeFileName(name), safe);
     }
 
+    // The position prefix makes "1"+"0A.txt" and "10"+"a.txt" one name (on
+    // a file system that ignores case); a name is cut to fit the limit in
+    // bytes, keeping a short extension and whole characters.
+    void attachmentNames_data() {
+        QTest::addColumn<QStringList>("names");
+        QTest::addColumn<QStringList>("files");
+        QStringList names{"x", "0A.txt"}, files{"0x", "10A.txt"};
+        for (int i = 2; i < 10; ++i) {
+            names << "x";
+            files << QString::number(i) + "x";
+        }
+        QTest::newRow("prefix collision") << (names << "a.txt") << (files << "10a (2).txt");
+        QTest::newRow("long name keeps its extension")
+            << QStringList{QString(300, 'n') + ".pdf"}
+            << QStringList{"0" + QString(250, 'n') + ".pdf"};
+        QTest::newRow("two-byte letters stay whole")
+            << QStringList{QString(200, QChar(0xE9)) + ".txt"}
+            << QStringList{"0" + QString(125, QChar(0xE9)) + ".txt"};
+        QTest::newRow("long extension is not kept")
+            << QStringList{"a." + QString(300, 'x')} << QStringList{"0a." + QString(252, 'x')};
+    }
+    void attachmentNames() {
+        QFETCH(QStringList, names);
+        QFETCH(QStringList, files);
+        QCOMPARE(AttachmentFileNames(names, 255), files);
+    }
+
     void attachmentsAreDecodedBesideEachOther() {
         const QByteArray png = QByteArray("\x89PNG\r\n\x1a\n", 8) + QByteArray(300, '\x07');
         const QByteArray b64 = png.toBase64();
@@ -125,13 +159,23 @@ private slots:
                                    "--m\nContent-Type: text/plain\n\nhi\n" +
                                    part("a.png") + part("a.png") + part("../evil.png") + "--m--\n";
         MailItem* m = Analysed(dir.path() + "/att.emlx", message);
-        const QString folder = dir.path() + "/att";
+        // Links planted at the folder or at a file name are not followed.
+        const QString folder = dir.path() + "/att", victim = dir.path() + "/victim";
+        QVERIFY(TestSupport::WriteFile(victim + "/mine", "mine"));
+        QVERIFY(QFile::link(victim, dir.path() + "/link"));
+        QCOMPARE(WriteAttachments(m, dir.path() + "/link").size(), 3);
+        QVERIFY(pellomar::MakePrivateFolder(folder) &&
+                QFile::link(victim + "/mine", folder + "/0a.png"));
         const QStringList names = WriteAttachments(m, folder);
         FreeMailItem(m);
         QCOMPARE(names, (QStringList{"0a.png", "1a.png", "2.._evil.png"}));
-        for (const QString& n : names)
+        for (const QString& n : names) {
             QCOMPARE(TestSupport::ReadFile(folder + "/" + n), png);
+            QVERIFY(!(QFileInfo(folder + "/" + n).permissions() & 0x77));
+        }
         QVERIFY(!QFileInfo::exists(dir.path() + "/evil.png"));
+        QCOMPARE(QDir(victim).entryList(QDir::Files), QStringList{"mine"});
+        QCOMPARE(TestSupport::ReadFile(victim + "/mine"), QByteArray("mine"));
     }
 };
 

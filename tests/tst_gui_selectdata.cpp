@@ -22,7 +22,7 @@ class TestSelectData : public QObject {
 private slots:
     void proposesTheDefaultStore() {
         ScriptedSelectData dlg;
-        const QString expected = DefaultMailPathFor(ConsoleUserName());
+        const QString expected = DefaultMailPathFor(pellomar::ConsoleUserName());
         QCOMPARE(m_strInputfilepath, expected);
         QCOMPARE(dlg.ui->SelectPSTLEdit->text(), expected);
         QVERIFY(dlg.ui->StartButton->isEnabled());
@@ -34,7 +34,7 @@ private slots:
     void browsing_data() {
         QTest::addColumn<QStringList>("answers");
         QTest::addColumn<QString>("expected");
-        const QString def = DefaultMailPathFor(ConsoleUserName());
+        const QString def = DefaultMailPathFor(pellomar::ConsoleUserName());
         QTest::newRow("chosen folder") << QStringList{"/data/Mail"} << "/data/Mail";
         QTest::newRow("cancel gives the default") << QStringList{""} << def;
         QTest::newRow("cancel after a choice gives the default")

@@ -4,6 +4,7 @@
 #include "scanner/Globals.h"
 #include "scanner/Records.h"
 #include "tests/GuiTestSupport.h"
+#include "tests/TestSupport.h"
 #include "ui/PreviewWindow.h"
 
 #include <QAction>
@@ -135,7 +136,14 @@ private slots:
                 AppendAttachment(m, NewAttachment());
             AppendMailToFolder(inbox, m);
         }
+        // A link planted at the empty page's name is replaced, not followed.
+        const QString page = pellomar::TempDir() + "/Tressaly.html";
+        const QString victim = qEnvironmentVariable("PELLOMAR_TMPDIR") + "/victim";
+        QFile::remove(page);
+        QVERIFY(TestSupport::WriteFile(victim, "mine") && QFile::link(victim, page));
         w->ShowindivisualMailItemsInfo(w->FolderItem(502), 0);
+        QCOMPARE(TestSupport::ReadFile(victim), QByteArray("mine"));
+        QVERIFY(QFileInfo(page).isFile() && !QFileInfo(page).isSymLink());
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 3);
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItem(1)->text(5), QStringLiteral("102"));
         QVERIFY(!w->m_pCenterTreeWidget->topLevelItem(1)->icon(3).isNull());

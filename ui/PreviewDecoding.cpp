@@ -1,16 +1,47 @@
 #include "ui/PreviewDecoding.h"
+#include "scanner/FileAccess.h"
 #include "scanner/Globals.h"
 #include "scanner/MimePasses.h"
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
 
-#include <QDir>
 #include <QFile>
+#include <QSet>
 #include <QTextCodec>
 
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
+
+// Opens a message or part file for reading in text mode. Only a regular
+// file is read, and the open never waits (a FIFO would block for good).
+bool OpenStoreFile(QFile& file, const QString& path) {
+    QString reason;
+    const int fd = pellomar::OpenRegularFile(path, &reason);
+    if (fd < 0)
+        return false;
+    if (file.open(fd, QIODevice::ReadOnly | QIODevice::Text, QFileDevice::AutoCloseHandle))
+        return true;
+    ::close(fd);
+    return false;
+}
+
+// prefix + stem + tail, with the stem cut short so that the name takes at
+// most `limit` bytes on disk.
+QString FitName(const QString& prefix, const QString& stem, const QString& tail, int limit) {
+    auto bytes = [&](int n) { return QFile::encodeName(prefix + stem.left(n) + tail).size(); };
+    if (bytes(stem.size()) <= limit)
+        return prefix + stem + tail;
+    int lo = 0, hi = stem.size(); // bytes(lo) fits (or nothing does), bytes(hi) does not
+    while (hi - lo > 1) {
+        const int mid = (lo + hi) / 2;
+        (bytes(mid) <= limit ? lo : hi) = mid;
+    }
+    if (lo > 0 && stem.at(lo - 1).isHighSurrogate())
+        --lo;
+    return prefix + stem.left(lo) + tail;
+}
 
 QTextCodec* BodyCodec(const char* charset) {
     QTextCodec* codec = CodecForCharset(QString::fromLatin1(charset ? charset : ""));
@@ -72,8 +103,8 @@ private:
 
 QString DecodeBodyRange(const QString& path, qint64 start, qint64 end, const char* encoding,
                         const char* charset) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text) || end <= start)
+    QFile file;
+    if (end <= start || !OpenStoreFile(file, path))
         return QString();
     QTextCodec* codec = BodyCodec(charset);
     if (!encoding)
@@ -105,32 +136,63 @@ QString SafeFileName(const QString& name) {
     return safe;
 }
 
+QStringList AttachmentFileNames(const QStringList& names, int limit) {
+    QStringList files;
+    QSet<QString> taken; // folded: some file systems ignore case
+    for (int i = 0; i < names.size(); ++i) {
+        const QString safe = SafeFileName(names.at(i));
+        // A short extension is kept when the name has to be shortened.
+        const int dot = safe.lastIndexOf(QLatin1Char('.'));
+        const bool hasExtension = dot > 0 && safe.size() - dot <= 16;
+        const QString stem = hasExtension ? safe.left(dot) : safe;
+        const QString extension = hasExtension ? safe.mid(dot) : QString();
+        // "1" + "0a.txt" and "10" + "a.txt" would be one file: the later
+        // one gets a number of its own.
+        QString file;
+        for (int copy = 1;; ++copy) {
+            const QString mark = copy == 1 ? QString() : QStringLiteral(" (%1)").arg(copy);
+            file = FitName(QString::number(i), stem, mark + extension, limit);
+            if (!taken.contains(file.toCaseFolded()))
+                break;
+        }
+        taken.insert(file.toCaseFolded());
+        files << file;
+    }
+    return files;
+}
+
 QString AttachmentFolder() {
-    return TempDir() + QStringLiteral("/sys_mail_att");
+    const QString tmp = pellomar::TempDir();
+    return tmp.isEmpty() ? QString() : tmp + QStringLiteral("/sys_mail_att");
 }
 
 QStringList WriteAttachments(const MailItem* item, const QString& folder) {
-    QStringList names;
-    QDir().mkpath(folder);
+    QStringList shown;
+    for (const AttachmentEntry* a = item->pAttachHead; a; a = a->pNext)
+        shown << Utf16Text(a->pName, a->ulNameSize);
+    const bool made = pellomar::MakePrivateFolder(folder);
+    const long nameMax = made ? pathconf(QFile::encodeName(folder).constData(), _PC_NAME_MAX) : -1;
+    const QStringList names = AttachmentFileNames(shown, nameMax > 0 ? int(nameMax) : 255);
     int position = 0;
-    for (const AttachmentEntry* a = item->pAttachHead; a; a = a->pNext, ++position) {
-        const QString fileName =
-            QString::number(position) + SafeFileName(Utf16Text(a->pName, a->ulNameSize));
-        names << fileName;
-        FILE* out =
-            fopen(QFile::encodeName(folder + QLatin1Char('/') + fileName).constData(), "a+");
-        if (!out)
+    for (const AttachmentEntry* a = item->pAttachHead; made && a; a = a->pNext, ++position) {
+        const int fd = pellomar::CreatePrivateFile(folder + QLatin1Char('/') + names.at(position));
+        FILE* out = fd < 0 ? nullptr : fdopen(fd, "w");
+        if (!out) {
+            if (fd >= 0)
+                ::close(fd);
             continue;
+        }
         Base64Sink sink(out);
         if (a->pPartFile) {
             // A detached part: its whole file is the body.
-            QFile part(Utf16Text(a->pPartFile, a->ulPartFileSize));
-            if (part.open(QIODevice::ReadOnly | QIODevice::Text))
+            QFile part;
+            if (OpenStoreFile(part, Utf16Text(a->pPartFile, a->ulPartFileSize)))
                 while (!part.atEnd())
                     sink.add(part.readLine(65536));
         } else {
-            QFile message(Utf16Text(item->pPath, item->ulPathSize));
-            if (message.open(QIODevice::ReadOnly | QIODevice::Text) && message.seek(a->llStart)) {
+            QFile message;
+            if (OpenStoreFile(message, Utf16Text(item->pPath, item->ulPathSize)) &&
+                message.seek(a->llStart)) {
                 // The first line is always read; the end of a level's last part
                 // is a length, not a position, and may lie before the start.
                 QByteArray chunk;

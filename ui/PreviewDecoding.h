@@ -17,10 +17,17 @@ QString DecodeBodyRange(const QString& path, qint64 start, qint64 end, const cha
 // control characters, never "." or "..".
 QString SafeFileName(const QString& name);
 
-// Folder that holds the decoded attachments of the message shown.
+// File names for attachments of these names, in list order: the position
+// followed by the safe name ("0photo.jpeg"), at most `limit` bytes on disk
+// (shortened before a short extension), never two alike even where case is
+// ignored ("1"+"0a.txt" and "10"+"a.txt": the later becomes "10a (2).txt").
+QStringList AttachmentFileNames(const QStringList& names, int limit);
+
+// Folder that holds the decoded attachments of the message shown; empty
+// when there is no folder for temporary files.
 QString AttachmentFolder();
 
-// Decodes every attachment of the message into `folder`, each named by its
-// position in the list followed by its safe name ("0photo.jpeg"), appending
-// to what is there. Returns the file names written, in list order.
+// Decodes every attachment of the message into `folder` (made private when
+// missing), each into a new file (mode 0600) named by AttachmentFileNames.
+// Returns the file names, in list order.
 QStringList WriteAttachments(const MailItem* item, const QString& folder);

@@ -2,6 +2,7 @@
 #include "app/SelectData.h"
 #include "export/EmlxExport.h"
 #include "export/SaveTimeStamp.h"
+#include "scanner/FileAccess.h"
 #include "scanner/Globals.h"
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
@@ -37,6 +38,8 @@
 #include <QTreeWidget>
 #include <QTreeWidgetItemIterator>
 #include <QUrl>
+
+#include <unistd.h>
 
 #include "ui_ProgressDialog.h"
 
@@ -432,8 +435,9 @@ void PreviewWindow::OnMessageSubjectChanged() {
 void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
     ClearPreview();
     // The decoded attachments of the previous message go first.
-    if (QFileInfo(AttachmentFolder()).isDir())
-        RunShellCommand(QStringLiteral("rm -R ") + ShellQuote(AttachmentFolder()));
+    const QString attachments = AttachmentFolder();
+    if (!attachments.isEmpty() && QFileInfo(attachments).isDir())
+        pellomar::RunShellCommand(QStringLiteral("rm -R ") + pellomar::ShellQuote(attachments));
     QTreeWidgetItem* folderItem = m_pLeftTreeWidget->currentItem();
     if (!item || !folderItem)
         return;
@@ -496,13 +500,27 @@ void PreviewWindow::OnIndexChange(int index) {
     if (index <= 0 || index > m_attachmentFiles.size())
         return;
     const QString folder = AttachmentFolder();
-    const QString output = folder + QStringLiteral("/sys_mail_att");
-    RunShellCommand(QStringLiteral("xdg-open ") +
-                    ShellQuote(folder + QLatin1Char('/') + m_attachmentFiles.at(index - 1)) +
-                    QStringLiteral(">& ") + ShellQuote(output));
-    QFile result(output);
-    if (!result.open(QIODevice::ReadOnly | QIODevice::Text))
+    if (folder.isEmpty())
         return;
+    // The output file is made anew (mode 0600) before the shell writes to it.
+    const QString output = folder + QStringLiteral("/sys_mail_att");
+    const int out = pellomar::CreatePrivateFile(output);
+    if (out < 0)
+        return;
+    ::close(out);
+    pellomar::RunShellCommand(
+        QStringLiteral("xdg-open ") +
+        pellomar::ShellQuote(folder + QLatin1Char('/') + m_attachmentFiles.at(index - 1)) +
+        QStringLiteral(">& ") + pellomar::ShellQuote(output));
+    QString reason;
+    const int fd = pellomar::OpenRegularFile(output, &reason);
+    QFile result;
+    if (fd < 0 ||
+        !result.open(fd, QIODevice::ReadOnly | QIODevice::Text, QFileDevice::AutoCloseHandle)) {
+        if (fd >= 0)
+            ::close(fd);
+        return;
+    }
     const QByteArray first = result.readLine();
     // The first text is what macOS "open" prints, the second xdg-open's.
     if (first.contains("No application knows how to open") ||

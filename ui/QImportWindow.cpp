@@ -39,8 +39,8 @@ void QImportWindow::HTImport() {
 }
 
 void QImportWindow::BrowserForImport(QString link) {
-    RunShellCommand(QStringLiteral("open -a ") + ShellQuote(strDefaultBrowser) +
-                    QStringLiteral(" ") + ShellQuote(link));
+    pellomar::RunShellCommand(QStringLiteral("open -a ") + pellomar::ShellQuote(strDefaultBrowser) +
+                              QStringLiteral(" ") + pellomar::ShellQuote(link));
 }
 
 void QImportWindow::HideDlg() {

@@ -59,7 +59,7 @@ void PreviewWindow::OnSavingFiles() {
         QStringLiteral("MBOX file already exists at this location, Do you want to replace it?"),
         QMessageBox::Yes | QMessageBox::No);
     if (answer == QMessageBox::Yes) {
-        RunShellCommand(QStringLiteral("rm -r ") + ShellQuote(target));
+        pellomar::RunShellCommand(QStringLiteral("rm -r ") + pellomar::ShellQuote(target));
         IsPreview = false;
         m_pScaningThread->m_options = m_pExportOptions->Options();
         m_pScaningThread->SetInitialSettings();

@@ -1,4 +1,5 @@
 #include "ui/TextBrowser.h"
+#include "scanner/FileAccess.h"
 #include "scanner/Globals.h"
 #include "ui_TextBrowserDlg.h"
 
@@ -11,6 +12,8 @@
 #include <QWebEngineSettings>
 #include <QWebEngineUrlRequestInterceptor>
 #include <QWebEngineView>
+
+#include <unistd.h>
 
 namespace {
 
@@ -41,7 +44,8 @@ void MakeOneLine(QTextEdit* edit) {
 } // namespace
 
 QString EmptyPagePath() {
-    return TempDir() + QStringLiteral("/Tressaly.html");
+    const QString tmp = pellomar::TempDir();
+    return tmp.isEmpty() ? QString() : tmp + QStringLiteral("/Tressaly.html");
 }
 
 TextBrowser::TextBrowser(QWidget* parent) : QWidget(parent), ui(new Ui::TextBrowserDlg) {
@@ -107,10 +111,11 @@ void TextBrowser::SetWindowLayout() {
 
 void TextBrowser::ShowEmptyPage() {
     const QString path = EmptyPagePath();
-    QFile::remove(path);
-    QFile page(path);
-    if (page.open(QIODevice::WriteOnly))
-        page.close();
+    if (path.isEmpty())
+        return;
+    const int fd = pellomar::CreatePrivateFile(path);
+    if (fd >= 0)
+        ::close(fd);
     const QUrl url = QUrl::fromUserInput(path.trimmed());
     if (url.isValid() && m_pWebView)
         m_pWebView->load(url);
@@ -136,12 +141,19 @@ void TextBrowser::ShowBody(const QString& text, bool html) {
                                            : QStringLiteral("text/plain;charset=UTF-8"));
         return;
     }
-    const QString path = TempDir() + (html ? QStringLiteral("/Tressaly-body.html")
-                                           : QStringLiteral("/Tressaly-body.txt"));
-    QFile page(path);
-    if (page.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        page.write(bytes);
-        page.close();
-        m_pWebView->load(QUrl::fromLocalFile(path));
+    const QString tmp = pellomar::TempDir();
+    if (tmp.isEmpty())
+        return;
+    const QString path =
+        tmp + (html ? QStringLiteral("/Tressaly-body.html") : QStringLiteral("/Tressaly-body.txt"));
+    const int fd = pellomar::CreatePrivateFile(path);
+    QFile page;
+    if (fd < 0 || !page.open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle)) {
+        if (fd >= 0)
+            ::close(fd);
+        return;
     }
+    page.write(bytes);
+    page.close();
+    m_pWebView->load(QUrl::fromLocalFile(path));
 }
