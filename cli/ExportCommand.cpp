@@ -84,6 +84,7 @@ void PrintWritten(const QString& package, const RunResult& result) {
 int RunExportCommand(const QStringList& args) {
     QStringList positional;
     QStringList folders;
+    const QLatin1String folderEquals("--folder=");
     for (int i = 0; i < args.size(); ++i) {
         const QString& arg = args[i];
         if (arg == QLatin1String("--folder")) {
@@ -92,8 +93,8 @@ int RunExportCommand(const QStringList& args) {
                 return ExitUsage;
             }
             folders << args[++i];
-        } else if (arg.startsWith(QLatin1String("--folder="))) {
-            folders << arg.mid(9);
+        } else if (arg.startsWith(folderEquals)) {
+            folders << arg.mid(folderEquals.size());
         } else if (arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
             Err() << "pellomar-cli export: unknown option '" << arg << "'\n" << kExportUsage;
             return ExitUsage;
