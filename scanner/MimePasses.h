@@ -69,7 +69,7 @@ QString SplitEncodedWord(const QString& word, QString* charset, QString* encodin
 QTextCodec* CodecForCharset(const QString& charset);
 
 // Decodes the encoded words of a header text starting at its first "=?".
-// lowerCaseEncodings also accepts "q" and "b".
+// lowerCaseEncodings also accepts "q" ("b" is always accepted).
 QString DecodeEncodedWords(const QString& text, bool lowerCaseEncodings);
 // Reformats a Date value as "dd Mon yyyy hh:mm:ss AM"; empty when no known
 // layout matches.
