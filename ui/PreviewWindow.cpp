@@ -304,12 +304,12 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
         root->setFont(ColName, ItemFont());
         root->setSizeHint(ColName, QSize(22, 22));
         root->setText(ColName, QStringLiteral("Mailbox"));
-        root->setText(ColId, QStringLiteral("501"));
+        root->setText(ColId, QString::number(llRootId));
         root->setText(ColParentId, QStringLiteral("0"));
         root->setCheckState(ColName, Qt::Unchecked);
-        root->setText(ColTickCode, QStringLiteral("3"));
+        root->setText(ColTickCode, QString::number(kNotTicked));
         root->setExpanded(true);
-        AppendFolderRecord(0, 501, root, 3);
+        AppendFolderRecord(0, llRootId, root, kNotTicked);
     }
     if (m_pLeftTreeWidget->topLevelItemCount() == 0)
         return;
@@ -324,11 +324,11 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
         item->setText(ColId, QString::number(id));
         item->setText(ColParentId, parentText);
         item->setCheckState(ColName, Qt::Unchecked);
-        item->setText(ColTickCode, QStringLiteral("3"));
+        item->setText(ColTickCode, QString::number(kNotTicked));
         item->setIcon(ColName, QIcon(QStringLiteral(":/images/img_Folder.png")));
         parentItem->setExpanded(true);
     }
-    AppendFolderRecord(parentId, id, item, 0);
+    AppendFolderRecord(parentId, id, item, kTickUnset);
 }
 
 void PreviewWindow::OnClearLeftTree() {
@@ -378,7 +378,7 @@ void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
     // in column 7 still holds the old one.
     const unsigned code = item->text(ColTickCode).toUInt();
     const Qt::CheckState state = item->checkState(ColName);
-    if ((state == Qt::Checked && code != 1) || (state == Qt::Unchecked && code != 0))
+    if ((state == Qt::Checked && code != kTicked) || (state == Qt::Unchecked && code != kTickUnset))
         LeftTreeWidgetItem(item);
     ClearPreview();
     m_pCenterTreeWidget->clear();
@@ -592,7 +592,7 @@ void PreviewWindow::OnFinishScaning() {
         m_pProgressInfo->hide();
     if (!IsPreview) {
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-            f->ucTickState = 3;
+            f->ucTickState = kNotTicked;
         for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it)
             (*it)->setCheckState(ColName, Qt::Unchecked);
         IsPreview = true;

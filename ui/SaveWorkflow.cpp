@@ -20,7 +20,8 @@ QString PreviewWindow::AskForSaveDirectory() {
 }
 
 void PreviewWindow::OnSavingFiles() {
-    if (!StartFldrAtrib || (StartFldrAtrib->ucTickState != 1 && StartFldrAtrib->ucTickState != 2)) {
+    if (!StartFldrAtrib ||
+        (StartFldrAtrib->ucTickState != kTicked && StartFldrAtrib->ucTickState != kPartlyTicked)) {
         QMessageBox::information(nullptr, QStringLiteral("Pellomar"),
                                  QStringLiteral("Select a folder to save."), QMessageBox::Ok);
         return;
