@@ -609,10 +609,7 @@ void PreviewWindow::OnFinishScaning() {
         QMessageBox::information(
             nullptr, QString(),
             QStringLiteral("Scanned file is either an invalid file or heavily damaged."));
-        m_pSaveFile->setEnabled(false);
-        m_pSaveFileMenu->setEnabled(false);
-        m_pOpenFile->setEnabled(true);
-        m_pOpenFileMenu->setEnabled(true);
+        SetFileActionsEnabled(true, false);
     }
     if (m_pProgressInfo)
         m_pProgressInfo->m_pMovie->stop();

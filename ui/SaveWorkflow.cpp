@@ -45,10 +45,7 @@ void PreviewWindow::OnSavingFiles() {
     mainIdentity = PackageName(strTime);
     const QString target = saveDir + mainIdentity;
     if (!QFileInfo::exists(target)) {
-        m_pSaveFile->setEnabled(false);
-        m_pSaveFileMenu->setEnabled(false);
-        m_pOpenFile->setEnabled(false);
-        m_pOpenFileMenu->setEnabled(false);
+        SetFileActionsEnabled(false, false);
         IsPreview = false;
         m_pScaningThread->SetInitialSettings();
         return;
