@@ -268,7 +268,6 @@ QVector<BoundaryLevel> ScanBoundaries(MessageFile& file) {
             if (found) {
                 BoundaryLevel level;
                 level.boundary = boundary;
-                level.declaredAt = line.next;
                 levels.append(level);
                 LevelScan s;
                 s.openText = QStringLiteral("--") + boundary + QLatin1Char('\n');

@@ -13,7 +13,6 @@
 // One multipart boundary and the delimiter lines found for it.
 struct BoundaryLevel {
     QString boundary;
-    qint64 declaredAt = 0;     // position right after the line that declared it
     QVector<qint64> positions; // position right after each delimiter line
     QVector<int> lengths;      // length of each delimiter line
     bool closed = false;       // the last entry is the closing line (or the trailer line)

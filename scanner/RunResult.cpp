@@ -7,7 +7,6 @@ void RunResult::Count(const QString& folder) {
         folders.append({folder, 0});
     }
     ++folders[*it].messages;
-    ++done;
 }
 
 void RunResult::EndAt(Ending how, const QString& path, const QString& why, quint64 left) {

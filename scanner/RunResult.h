@@ -27,7 +27,6 @@ public:
     QString file;          // the file the run ended at
     QString reason;        // why that file could not be used
     quint64 total = 0;     // messages the run set out to deal with
-    quint64 done = 0;      // messages scanned or written
     quint64 notDone = 0;   // messages left undone because the run ended at `file`
     QList<Folder> folders; // per folder: messages scanned or written
 

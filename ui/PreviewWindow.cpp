@@ -149,20 +149,20 @@ void PreviewWindow::CreateMenu() {
 }
 
 void PreviewWindow::CreateMenuBar() {
-    m_pMenuBar = new QMenuBar(nullptr);
-    m_pAppMenu = m_pMenuBar->addMenu(QStringLiteral("Pellomar"));
+    auto* menuBar = new QMenuBar(nullptr);
+    m_pAppMenu = menuBar->addMenu(QStringLiteral("Pellomar"));
     m_pAppMenu->addAction(m_pAbout);
-    m_pFileMenu = m_pMenuBar->addMenu(QStringLiteral("&File"));
+    m_pFileMenu = menuBar->addMenu(QStringLiteral("&File"));
     m_pFileMenu->addAction(m_pOpenFileMenu);
     m_pFileMenu->addAction(m_pSaveFileMenu);
-    m_pHelpMenu = m_pMenuBar->addMenu(QStringLiteral("&Help"));
+    m_pHelpMenu = menuBar->addMenu(QStringLiteral("&Help"));
     m_pHelpMenu->addAction(m_pHelpTopics);
     m_pHelpMenu->addSeparator();
     m_pHelpMenu->addAction(m_pEmailSupport);
     m_pHelpMenu->addAction(m_pSupportSection);
     m_pHelpMenu->addAction(m_pSubmitEnquiry);
     m_pHelpMenu->addAction(m_pKnowledgebase);
-    setMenuBar(m_pMenuBar);
+    setMenuBar(menuBar);
 }
 
 void PreviewWindow::CreateToolBar() {
@@ -239,25 +239,25 @@ void PreviewWindow::CreateLeftDockWindows() {
     m_pLeftTreeWidget->setMinimumWidth(240);
     m_pCenterTreeWidget->setMinimumWidth(270);
 
-    m_pInnerSplitter = new QSplitter(Qt::Horizontal);
-    m_pInnerSplitter->addWidget(m_pCenterTreeWidget);
-    m_pInnerSplitter->addWidget(m_pTextBrowser);
-    m_pInnerSplitter->setStretchFactor(1, 1);
-    m_pInnerSplitter->setChildrenCollapsible(false);
+    auto* innerSplitter = new QSplitter(Qt::Horizontal);
+    innerSplitter->addWidget(m_pCenterTreeWidget);
+    innerSplitter->addWidget(m_pTextBrowser);
+    innerSplitter->setStretchFactor(1, 1);
+    innerSplitter->setChildrenCollapsible(false);
     m_pTextBrowser->show();
-    m_pOuterSplitter = new QSplitter(Qt::Horizontal);
-    m_pOuterSplitter->addWidget(m_pLeftTreeWidget);
-    m_pOuterSplitter->addWidget(m_pInnerSplitter);
-    m_pOuterSplitter->setStretchFactor(1, 1);
-    m_pOuterSplitter->setChildrenCollapsible(false);
+    auto* outerSplitter = new QSplitter(Qt::Horizontal);
+    outerSplitter->addWidget(m_pLeftTreeWidget);
+    outerSplitter->addWidget(innerSplitter);
+    outerSplitter->setStretchFactor(1, 1);
+    outerSplitter->setChildrenCollapsible(false);
     const QString splitterStyle = QStringLiteral(
         "QSplitter::handle:vertical   {height: 1px; image: "
         "url(:images/img_Vsplitter.png);}QSplitter::handle:horizontal {width:  1px; image: "
         "url(:images/img_Hsplitter.png);}QSplitter::handle {border: solid #ABABAB; background: "
         "#ABABAB;}");
-    m_pInnerSplitter->setStyleSheet(splitterStyle);
-    m_pOuterSplitter->setStyleSheet(splitterStyle);
-    setCentralWidget(m_pOuterSplitter);
+    innerSplitter->setStyleSheet(splitterStyle);
+    outerSplitter->setStyleSheet(splitterStyle);
+    setCentralWidget(outerSplitter);
     setWindowTitle(tr("Mail Client"));
 }
 
