@@ -77,6 +77,7 @@ int RunExportCommand(const QStringList& args) {
     QStringList folders;
     RunOptions options;
     bool json = false;
+    const QLatin1String folderEquals("--folder=");
     for (int i = 0; i < args.size(); ++i) {
         const QString& arg = args[i];
         if (arg == QLatin1String("--keep-going")) {
@@ -93,8 +94,8 @@ int RunExportCommand(const QStringList& args) {
                 return ExitUsage;
             }
             folders << args[++i];
-        } else if (arg.startsWith(QLatin1String("--folder="))) {
-            folders << arg.mid(9);
+        } else if (arg.startsWith(folderEquals)) {
+            folders << arg.mid(folderEquals.size());
         } else if (arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
             Err() << "pellomar-cli export: unknown option '" << arg << "'\n" << kExportUsage;
             return ExitUsage;

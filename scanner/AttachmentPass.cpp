@@ -6,6 +6,14 @@
 
 namespace {
 
+// Texts that a line is tested for and that are then cut off; their lengths
+// come from the texts themselves. The blank and tab spellings of a
+// continuation line are of one length.
+const QLatin1String kQuotedName("; name=\""), kEncodedName("; name=\"=?");
+const QLatin1String kBlankQuotedName(" name=\""), kTabQuotedName("\tname=\"");
+const QLatin1String kBlankName(" name="), kTabName("\tname=");
+const QLatin1String kOpenParameters(";\n");
+
 struct PartHeader {
     bool typeSeen = false;
     bool nameFound = false;
@@ -39,8 +47,8 @@ QString UpToClosingQuote(const QString& t, int from) {
 }
 
 void ReadTypeLine(const QString& t, int prefixLength, PartHeader* h) {
-    const int quotedName = t.indexOf(QLatin1String("; name=\""));
-    const int openParams = t.indexOf(QLatin1String(";\n"));
+    const int quotedName = t.indexOf(kQuotedName);
+    const int openParams = t.indexOf(kOpenParameters);
     if (quotedName >= 0) {
         h->subtype = t.mid(prefixLength, quotedName - prefixLength);
     } else if (openParams >= 0) {
@@ -50,12 +58,14 @@ void ReadTypeLine(const QString& t, int prefixLength, PartHeader* h) {
         if (h->subtype.endsWith(QLatin1Char('\n')))
             h->subtype.chop(1);
     }
-    const int encoded = t.indexOf(QLatin1String("; name=\"=?"));
+    const int encoded = t.indexOf(kEncodedName);
     if (encoded >= 0) {
-        h->name = ScaningThread::DecodeAttName(ThroughClosingQuote(t, encoded + 8));
+        // The encoded word starts with its "=?".
+        h->name =
+            ScaningThread::DecodeAttName(ThroughClosingQuote(t, encoded + kQuotedName.size()));
         h->nameFound = true;
     } else if (quotedName >= 0) {
-        h->name = UpToClosingQuote(t, quotedName + 8);
+        h->name = UpToClosingQuote(t, quotedName + kQuotedName.size());
         h->nameFound = true;
     }
     h->typeSeen = true;
@@ -70,19 +80,20 @@ bool ReadPartHeaderLine(const Line& line, bool partial, PartHeader* h) {
             return true;
         }
         if (line.StartsWith("\tname=\"=?") || line.StartsWith(" name=\"=?")) {
-            h->name = ScaningThread::DecodeAttName(ThroughClosingQuote(line.Text(), 7));
+            h->name = ScaningThread::DecodeAttName(
+                ThroughClosingQuote(line.Text(), kBlankQuotedName.size()));
             h->nameFound = true;
             return true;
         }
-        if (line.StartsWith("\tname=\"") || line.StartsWith(" name=\"")) {
-            h->name = UpToClosingQuote(line.Text(), 7);
+        if (line.StartsWith(kTabQuotedName.data()) || line.StartsWith(kBlankQuotedName.data())) {
+            h->name = UpToClosingQuote(line.Text(), kBlankQuotedName.size());
             h->nameFound = true;
             return true;
         }
-        if (line.StartsWith("\tname=") || line.StartsWith(" name=")) {
-            QString v = line.Text().mid(6);
-            if (v.endsWith(QLatin1String(";\n")))
-                v.chop(2);
+        if (line.StartsWith(kTabName.data()) || line.StartsWith(kBlankName.data())) {
+            QString v = line.Text().mid(kBlankName.size());
+            if (v.endsWith(kOpenParameters))
+                v.chop(kOpenParameters.size());
             else if (v.endsWith(QLatin1Char('\n')))
                 v.chop(1);
             h->name = v;

@@ -24,18 +24,21 @@ QString FolderPathForMessage(const QString& line, const QString& defaultMailPath
         // "/V2", "/V3"...: the Apple Mail version folder. A mailbox directly
         // under the Mail folder whose name starts with "V" loses its level
         // the same way; that is how the folder list has always looked.
-        if (path.startsWith(QLatin1String("/V"))) {
-            path.remove(0, 2);
+        const QLatin1String version("/V");
+        if (path.startsWith(version)) {
+            path.remove(0, version.size());
             if (!path.startsWith(QLatin1Char('/')))
                 path = FromFirstSlash(path);
         }
     } else {
         if (!storePath.isEmpty())
             path.remove(storePath);
-        if (path.startsWith(QLatin1String("/Mail/")))
-            path.remove(0, 5);
-        if (path.startsWith(QLatin1String("/V/")))
-            path.remove(0, 2);
+        // Each loses its name and keeps its last slash.
+        const QLatin1String mailFolder("/Mail/"), versionFolder("/V/");
+        if (path.startsWith(mailFolder))
+            path.remove(0, mailFolder.size() - 1);
+        if (path.startsWith(versionFolder))
+            path.remove(0, versionFolder.size() - 1);
         if (!path.startsWith(QLatin1Char('/')))
             path = FromFirstSlash(path);
     }

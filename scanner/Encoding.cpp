@@ -6,6 +6,8 @@
 
 namespace {
 
+const QLatin1String kWordStart("=?"), kWordEnd("?=");
+
 // Value of one hexadecimal digit, upper-cased first. Characters other than
 // "0"-"9" and "A"-"F" count as 0.
 int HexDigit(QChar c) {
@@ -79,17 +81,17 @@ QByteArray ScaningThread::QDecode(const QString& text) {
 }
 
 QString ScaningThread::DecodeAttName(const QString& text) {
-    if (!text.startsWith(QLatin1String("=?")))
+    if (!text.startsWith(kWordStart))
         return QString();
     QString charset, encoding;
-    QString rest = SplitEncodedWord(text.mid(2), &charset, &encoding);
-    if (rest.endsWith(QLatin1String("?="))) {
-        rest.chop(2);
+    QString rest = SplitEncodedWord(text.mid(kWordStart.size()), &charset, &encoding);
+    if (rest.endsWith(kWordEnd)) {
+        rest.chop(kWordEnd.size());
         return DecodeNameWord(charset, encoding, rest);
     }
     // Text after a single encoded word, up to the closing quote, is kept;
     // further words are not decoded.
-    const QStringList pieces = rest.split(QStringLiteral("?="));
+    const QStringList pieces = rest.split(kWordEnd);
     if (pieces.size() < 2)
         return QString();
     QString tail = pieces.at(1);

@@ -31,7 +31,7 @@ std::atomic<bool> IsConverted{false};
 QList<QString> listOfPathOfEmlxPart;
 
 const unsigned long long llRootId = 501;
-unsigned long long PID = 501;
+unsigned long long PID = llRootId;
 unsigned long long llParentIdRunning = 0;
 QMultiMap<QString, unsigned long long> objMapName_FID;
 QMap<unsigned long long, unsigned long long> objMapFID_PID;

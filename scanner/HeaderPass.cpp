@@ -16,6 +16,11 @@
 
 namespace {
 
+const QLatin1String kEncodedWordStart("=?"), kEncodedWordEnd("?=");
+const QLatin1String kEncodedWordLineEnd("?=\n");
+// Qt's UTF-8 decoder drops a byte-order mark at the start of a line.
+const QLatin1String kByteOrderMark("\xEF\xBB\xBF");
+
 // Decodes the text of one encoded word. A null string when the encoding is
 // not one this program knows.
 QString DecodeWordText(const QString& charset, const QString& encoding, const QString& text,
@@ -35,14 +40,14 @@ QString DecodeWordText(const QString& charset, const QString& encoding, const QS
     return out;
 }
 
-// The value of a From/To line written as one encoded word. rest is the
-// text after the leading "=?"; raw is the value as it stands, kept when the
-// encoding is unknown.
+// The value of a field written as one encoded word. word is the text after
+// the leading "=?"; raw is the value as it stands, kept when the encoding is
+// unknown. A lower-case "q" is not accepted here.
 QString DecodeSingleWord(const QString& word, const QString& raw) {
     QString charset, encoding;
     QString rest = SplitEncodedWord(word, &charset, &encoding);
-    if (rest.endsWith(QLatin1String("?=\n")))
-        rest.chop(3);
+    if (rest.endsWith(kEncodedWordLineEnd))
+        rest.chop(kEncodedWordLineEnd.size());
     const QString decoded = DecodeWordText(charset, encoding, rest, false);
     return decoded.isNull() ? raw : decoded;
 }
@@ -65,27 +70,31 @@ void ReadContinuations(MessageFile& file, OnContinuation onLine) {
 }
 
 // From, To or Subject with its continuation lines; encoded words on
-// continuation lines (" =?" or "\t=?") are decoded and joined.
-QString ReadAddressField(MessageFile& file, const Line& line, const char* name, bool subject) {
+// continuation lines (" =?" or "\t=?") are decoded and joined. label is
+// "From: " and so on.
+QString ReadAddressField(MessageFile& file, const Line& line, const QString& label, bool subject) {
     const QString t = line.Text();
-    const QString label = QLatin1String(name) + QLatin1String(": ");
-    QString value;
-    const bool lower = subject;
-    if (subject && t.startsWith(QLatin1String("Subject: =?"), Qt::CaseInsensitive)) {
-        value = DecodeEncodedWords(t.mid(9), lower);
-    } else if (subject && t.startsWith(QLatin1String("Subject:  =?"), Qt::CaseInsensitive)) {
-        value = DecodeEncodedWords(t.mid(10), lower);
-    } else if (!subject && t.startsWith(label + QLatin1String("=?"), Qt::CaseInsensitive)) {
-        QString raw = t;
-        raw.remove(label);
-        value = DecodeSingleWord(t.mid(label.size() + 2), raw);
-    } else {
-        value = t;
-        value.remove(label);
+    QString value = t;
+    value.remove(label);
+    // A subject may have two blanks before its encoded word.
+    const QString wideLabel = label + QLatin1Char(' ');
+    int wordAt = -1;
+    if (t.startsWith(label + kEncodedWordStart, Qt::CaseInsensitive))
+        wordAt = label.size();
+    else if (subject && t.startsWith(wideLabel + kEncodedWordStart, Qt::CaseInsensitive))
+        wordAt = wideLabel.size();
+    if (wordAt >= 0) {
+        const QString word = t.mid(wordAt);
+        // Only a subject of several words ("?= =?" holds both separators)
+        // is split into words, and only there is a lower-case "q" accepted.
+        if (subject && (word.contains(QLatin1String(" =?")) || word.contains(QLatin1String("?= "))))
+            value = DecodeEncodedWords(word, true);
+        else
+            value = DecodeSingleWord(word.mid(kEncodedWordStart.size()), value);
     }
     ReadContinuations(file, [&](const Line& next) {
         if (next.StartsWith(" =?") || next.StartsWith("\t=?"))
-            value += DecodeEncodedWords(next.Text().mid(1), lower);
+            value += DecodeEncodedWords(next.Text().mid(1), subject);
         else
             value += next.Text();
     });
@@ -100,9 +109,72 @@ QString ReadJoinedField(MessageFile& file, const Line& line, const char* label) 
     return value;
 }
 
-bool IsLetter(char c, char lower) {
-    return c == lower || c == char(lower - ('a' - 'A'));
-}
+// Walks the file to the lines that may hold a field. The file's own skip
+// knows field lines by their first bytes only, but a line that begins with a
+// byte-order mark is read without it, so it may hold a field as well. Where
+// the skip landed is kept, so that after such a line the walk goes on to
+// the same place without searching again; no stretch is searched twice.
+class FieldLineWalk {
+public:
+    explicit FieldLineWalk(MessageFile& file) : m_file(file) {}
+
+    // Moves to the next line to look at.
+    void Next() {
+        const qint64 from = m_file.Pos();
+        // A line given back from its middle is looked at as it stands.
+        if (from > 0 && m_file.Data()[from - 1] != '\n')
+            return;
+        // Going from marked line to marked line gives pages back as well.
+        if (from - m_released >= MessageFile::kReleaseStep) {
+            m_file.ReleaseBehind(m_released, from);
+            m_released = from;
+        }
+        if (from < m_skipFrom || from > m_skipTo) {
+            m_file.SkipToHeaderLine();
+            m_skipFrom = from;
+            m_skipTo = m_file.Pos();
+        }
+        const qint64 mark = FindMarkLine(from, m_skipTo);
+        m_file.Seek(mark >= 0 ? mark : m_skipTo);
+    }
+
+private:
+    bool IsMark(qint64 at) const {
+        return m_file.Size() - at >= kByteOrderMark.size() &&
+               memcmp(m_file.Data() + at, kByteOrderMark.data(), size_t(kByteOrderMark.size())) ==
+                   0;
+    }
+
+    // First line start in [from, to) that begins with the mark, or -1.
+    qint64 FindMarkLine(qint64 from, qint64 to) {
+        if (from < to && IsMark(from))
+            return from;
+        const char* d = m_file.Data();
+        for (qint64 at = qMax(from + 1, m_searched); at < to;) {
+            if (at - m_released >= MessageFile::kReleaseStep) {
+                m_file.ReleaseBehind(m_released, at);
+                m_released = at;
+            }
+            const qint64 stretch = qMin(to - at, MessageFile::kReleaseStep);
+            const void* hit = memchr(d + at, kByteOrderMark.data()[0], size_t(stretch));
+            if (!hit) {
+                at += stretch;
+                continue;
+            }
+            at = static_cast<const char*>(hit) - d;
+            if (d[at - 1] == '\n' && IsMark(at))
+                return at;
+            ++at;
+        }
+        m_searched = qMax(m_searched, to);
+        return -1;
+    }
+
+    MessageFile& m_file;
+    qint64 m_skipFrom = 0, m_skipTo = -1; // where the skip went last
+    qint64 m_searched = 0;                // no marked line starts before it
+    qint64 m_released = 0;                // pages before it were given back
+};
 
 } // namespace
 
@@ -114,7 +186,7 @@ QString DecodeEncodedWords(const QString& text, bool lowerCaseEncodings) {
     int i = 0;
     bool afterWord = false;
     while (i < s.size()) {
-        const int w = s.indexOf(QLatin1String("=?"), i);
+        const int w = s.indexOf(kEncodedWordStart, i);
         if (w < 0) {
             out += s.mid(i);
             break;
@@ -123,17 +195,18 @@ QString DecodeEncodedWords(const QString& text, bool lowerCaseEncodings) {
         const QString gap = s.mid(i, w - i);
         if (!(afterWord && gap.trimmed().isEmpty()))
             out += gap;
-        const int q1 = s.indexOf(QLatin1Char('?'), w + 2);
+        const int charsetAt = w + kEncodedWordStart.size();
+        const int q1 = s.indexOf(QLatin1Char('?'), charsetAt);
         const int q2 = q1 < 0 ? -1 : s.indexOf(QLatin1Char('?'), q1 + 1);
         if (q2 < 0) {
             out += s.mid(w);
             break;
         }
-        const int close = s.indexOf(QLatin1String("?="), q2 + 1);
-        const int end = close < 0 ? s.size() : close + 2;
+        const int close = s.indexOf(kEncodedWordEnd, q2 + 1);
+        const int end = close < 0 ? s.size() : close + kEncodedWordEnd.size();
         const QString body = s.mid(q2 + 1, (close < 0 ? s.size() : close) - q2 - 1);
-        const QString decoded = DecodeWordText(s.mid(w + 2, q1 - w - 2), s.mid(q1 + 1, q2 - q1 - 1),
-                                               body, lowerCaseEncodings);
+        const QString decoded = DecodeWordText(
+            s.mid(charsetAt, q1 - charsetAt), s.mid(q1 + 1, q2 - q1 - 1), body, lowerCaseEncodings);
         out += decoded.isNull() ? s.mid(w, end - w) : decoded;
         i = end;
         afterWord = true;
@@ -145,24 +218,32 @@ HeaderFields ReadHeaderFields(MessageFile& file) {
     HeaderFields h;
     file.Seek(0);
     Line line;
+    FieldLineWalk walk(file);
     for (;;) {
         // Lines that cannot start a field are passed over in one loop.
-        file.SkipToHeaderLine();
+        walk.Next();
         if (!file.ReadLine(&line))
             break;
         if (file.HasTrailer(line) || file.HasDoctype(line))
             break;
-        const char c = line.First();
-        if (IsLetter(c, 'f') && line.StartsWith("From:", true)) {
-            h.from = ReadAddressField(file, line, "From", false);
-        } else if (IsLetter(c, 't') && line.StartsWith("To:", true)) {
-            h.to = ReadAddressField(file, line, "To", false);
-        } else if (IsLetter(c, 's') && line.StartsWith("Subject:", true)) {
-            h.subject = ReadAddressField(file, line, "Subject", true);
-        } else if (IsLetter(c, 'd') && line.StartsWith("Date:", true)) {
+        // Labels are recognised ignoring case; a line that begins with a
+        // byte-order mark is read without it.
+        const bool marked = line.StartsWith(kByteOrderMark.data());
+        const QString markedText = marked ? line.Text() : QString();
+        auto starts = [&](const char* label) {
+            return marked ? markedText.startsWith(QLatin1String(label), Qt::CaseInsensitive)
+                          : line.StartsWith(label, true);
+        };
+        if (starts("From:")) {
+            h.from = ReadAddressField(file, line, QStringLiteral("From: "), false);
+        } else if (starts("To:")) {
+            h.to = ReadAddressField(file, line, QStringLiteral("To: "), false);
+        } else if (starts("Subject:")) {
+            h.subject = ReadAddressField(file, line, QStringLiteral("Subject: "), true);
+        } else if (starts("Date:")) {
             h.date = ReadJoinedField(file, line, "Date: ");
             h.dateFound = true;
-        } else if (IsLetter(c, 'x') && line.StartsWith("X-Priority:", true)) {
+        } else if (starts("X-Priority:")) {
             h.priority = ReadJoinedField(file, line, "X-Priority: ");
         }
         if (!h.from.isEmpty() && !h.to.isEmpty() && !h.subject.isEmpty() && !h.date.isEmpty())

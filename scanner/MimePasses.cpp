@@ -3,6 +3,15 @@
 
 namespace {
 
+// Texts that a line is tested for and that are then cut off; their lengths
+// come from the texts themselves.
+const QLatin1String kBlankBoundary(" boundary="), kTabBoundary("\tboundary=");
+const QLatin1String kBoundaryParameter("; boundary="), kQuotedBoundary("; boundary=\"");
+const QLatin1String kTransferEncoding("Content-Transfer-Encoding: ");
+const QLatin1String kPlainCharset("Content-Type: text/plain; charset=");
+const QLatin1String kHtmlCharset("Content-Type: text/html; charset=");
+const QLatin1String kBlankCharset(" charset="), kTabCharset("\tcharset=");
+
 // Lines that may be read in one walk over the file for one boundary level.
 struct LevelScan {
     QByteArray open;  // "--" + boundary + "\n" (UTF-8)
@@ -13,10 +22,10 @@ struct LevelScan {
 };
 
 QString BoundaryFromParameterLine(const QString& t) {
-    // t starts with " boundary=" or "\tboundary=".
-    const int valueAt = 10;
-    if (t.startsWith(QLatin1String(" boundary=\"")) ||
-        t.startsWith(QLatin1String("\tboundary=\""))) {
+    // t starts with " boundary=" or "\tboundary=", both of one length.
+    const int valueAt = kBlankBoundary.size();
+    if (t.midRef(valueAt).startsWith(QLatin1Char('"'))) {
+        // After the opening quote up to the last one.
         if (t.endsWith(QLatin1String("\";\n")) || t.endsWith(QLatin1String("\"\n"))) {
             const int close = t.lastIndexOf(QLatin1Char('"'));
             return close > valueAt ? t.mid(valueAt + 1, close - valueAt - 1) : QString();
@@ -32,13 +41,13 @@ QString BoundaryFromParameterLine(const QString& t) {
 
 QString BoundaryFromTypeLine(const QString& t) {
     // t starts with "Content-Type: multipart/" and contains "; boundary=".
-    const int quoted = t.indexOf(QLatin1String("; boundary=\""));
+    const int quoted = t.indexOf(kQuotedBoundary);
     if (quoted >= 0 && t.endsWith(QLatin1String("\"\n"))) {
-        const int from = quoted + 12;
+        const int from = quoted + kQuotedBoundary.size();
         const int close = t.lastIndexOf(QLatin1Char('"'));
         return close >= from ? t.mid(from, close - from) : QString();
     }
-    QString v = t.mid(t.indexOf(QLatin1String("; boundary=")) + 11);
+    QString v = t.mid(t.indexOf(kBoundaryParameter) + kBoundaryParameter.size());
     if (v.endsWith(QLatin1Char('\n')))
         v.chop(1);
     return v;
@@ -118,8 +127,8 @@ bool ReadTextPartHeader(MessageFile& file, qint64 pos, bool innermost, bool stop
             part->bodyStart = line.next;
             return true;
         }
-        if (line.StartsWith("Content-Transfer-Encoding: ", true)) {
-            QString v = line.Text().mid(27);
+        if (line.StartsWith(kTransferEncoding.data(), true)) {
+            QString v = line.Text().mid(kTransferEncoding.size());
             if (v.endsWith(QLatin1Char('\n')))
                 v.chop(1);
             part->encoding = v.toLatin1();
@@ -146,12 +155,12 @@ bool ReadTextPartHeader(MessageFile& file, qint64 pos, bool innermost, bool stop
             int charsetAt = 0;
             if (line.StartsWith("Content-Type: text/plain", true)) {
                 kind = TextKind::Plain;
-                if (line.StartsWith("Content-Type: text/plain; charset=", true))
-                    charsetAt = 34;
+                if (line.StartsWith(kPlainCharset.data(), true))
+                    charsetAt = kPlainCharset.size();
             } else if (line.StartsWith("Content-Type: text/html", true)) {
                 kind = TextKind::Html;
-                if (line.StartsWith("Content-Type: text/html; charset=", true))
-                    charsetAt = 33;
+                if (line.StartsWith(kHtmlCharset.data(), true))
+                    charsetAt = kHtmlCharset.size();
             }
             if (kind != TextKind::None) {
                 part->kind = kind;
@@ -159,8 +168,9 @@ bool ReadTextPartHeader(MessageFile& file, qint64 pos, bool innermost, bool stop
                 charsetPending = charsetAt == 0;
             }
         } else if (charsetPending &&
-                   (line.StartsWith("\tcharset=") || line.StartsWith(" charset="))) {
-            part->charset = CharsetFrom(line.Text(), 9);
+                   (line.StartsWith(kTabCharset.data()) || line.StartsWith(kBlankCharset.data()))) {
+            // Both spellings are of one length.
+            part->charset = CharsetFrom(line.Text(), kBlankCharset.size());
             charsetPending = false;
         }
     }
@@ -239,7 +249,8 @@ QVector<BoundaryLevel> ScanBoundaries(MessageFile& file) {
                     continue;
                 }
                 await = Await::Nothing;
-                if (line.StartsWith(" boundary=") || line.StartsWith("\tboundary=")) {
+                if (line.StartsWith(kBlankBoundary.data()) ||
+                    line.StartsWith(kTabBoundary.data())) {
                     boundary = BoundaryFromParameterLine(line.Text());
                     found = true;
                 }
@@ -247,7 +258,7 @@ QVector<BoundaryLevel> ScanBoundaries(MessageFile& file) {
                 declarations = false;
             } else if ((line.First() == 'C' || line.First() == 'c') &&
                        line.StartsWith("Content-Type: multipart/", true)) {
-                if (line.Contains("; boundary=")) {
+                if (line.Contains(kBoundaryParameter.data())) {
                     boundary = BoundaryFromTypeLine(line.Text());
                     found = true;
                 } else if (EndsWithMultipartOpener(line)) {
@@ -257,7 +268,6 @@ QVector<BoundaryLevel> ScanBoundaries(MessageFile& file) {
             if (found) {
                 BoundaryLevel level;
                 level.boundary = boundary;
-                level.declaredAt = line.next;
                 levels.append(level);
                 LevelScan s;
                 s.openText = QStringLiteral("--") + boundary + QLatin1Char('\n');

@@ -13,7 +13,6 @@
 // One multipart boundary and the delimiter lines found for it.
 struct BoundaryLevel {
     QString boundary;
-    qint64 declaredAt = 0;     // position right after the line that declared it
     QVector<qint64> positions; // position right after each delimiter line
     QVector<int> lengths;      // length of each delimiter line
     bool closed = false;       // the last entry is the closing line (or the trailer line)
@@ -69,7 +68,7 @@ QString SplitEncodedWord(const QString& word, QString* charset, QString* encodin
 QTextCodec* CodecForCharset(const QString& charset);
 
 // Decodes the encoded words of a header text starting at its first "=?".
-// lowerCaseEncodings also accepts "q" and "b".
+// lowerCaseEncodings also accepts "q" ("b" is always accepted).
 QString DecodeEncodedWords(const QString& text, bool lowerCaseEncodings);
 // Reformats a Date value as "dd Mon yyyy hh:mm:ss AM"; empty when no known
 // layout matches.

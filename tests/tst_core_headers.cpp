@@ -42,6 +42,11 @@ private slots:
         row("folded subject with encoded continuation, folded to",
             "Subject: =?utf-8?Q?a?=\n =?utf-8?Q?b?=\n\tplain\nTo: a@x,\n b@y\nFrom: f\n",
             "f\n|a@x,\n b@y\n|ab\tplain\n|-|0");
+        row("single subject word: lower-case q is not decoded", "Subject: =?utf-8?q?a_b?=\n",
+            "-|-|=?utf-8?q?a_b?=\n|-|0");
+        row("single subject word: ?= inside is text, the line feed stays",
+            "Subject: =?utf-8?Q?a?=3Dz\n", "-|-|a?=z\n|-|0");
+        row("byte-order mark before a label", "\xEF\xBB\xBFSubject: x\n", "-|-|x\n|-|0");
         row("seek back by characters lands inside a line",
             "Date: 5 Mar 13 01:02:03\nSubject: \xc3\xb1\n", "-|-|-|05 Mar 2013 01:02:03 AM|0");
         row("date with zone name and full weekday", "Date: Tuesday, 05 March 2013 14:07:09 EST\n",

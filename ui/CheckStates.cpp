@@ -9,14 +9,14 @@
 #include <QTreeWidgetItemIterator>
 
 namespace {
-unsigned char CodeOf(Qt::CheckState state) {
+TickCode CodeOf(Qt::CheckState state) {
     switch (state) {
     case Qt::Checked:
-        return 1;
+        return kTicked;
     case Qt::PartiallyChecked:
-        return 2;
+        return kPartlyTicked;
     default:
-        return 3;
+        return kNotTicked;
     }
 }
 
@@ -42,13 +42,13 @@ void PreviewWindow::LeftTreeWidgetItem(QTreeWidgetItem* item) {
     if (root && root->text(ColParentId) == item->text(ColParentId)) {
         // The root "Mailbox" ticks or unticks everything; partly changes nothing.
         if (item->checkState(ColName) == Qt::Checked)
-            MarkDirToRootCheckedOrUnchecked(1, id);
+            MarkDirToRootCheckedOrUnchecked(kTicked, id);
         if (item->checkState(ColName) == Qt::Unchecked)
-            MarkDirToRootCheckedOrUnchecked(3, id);
+            MarkDirToRootCheckedOrUnchecked(kNotTicked, id);
     } else {
-        const unsigned char code = CodeOf(item->checkState(ColName));
+        const TickCode code = CodeOf(item->checkState(ColName));
         SetRecordTick(id, code);
-        if (code != 2)
+        if (code != kPartlyTicked)
             MarkChildAccordingToParent(item, code);
         MarkParentAccordingToChild(item);
     }
@@ -59,7 +59,7 @@ void PreviewWindow::MarkDirToRootCheckedOrUnchecked(unsigned char state, unsigne
     for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
         f->ucTickState = state;
     for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it)
-        (*it)->setCheckState(ColName, state == 1 ? Qt::Checked : Qt::Unchecked);
+        (*it)->setCheckState(ColName, state == kTicked ? Qt::Checked : Qt::Unchecked);
 }
 
 void PreviewWindow::MarkChildAccordingToParent(QTreeWidgetItem* item, unsigned char state) {
@@ -70,7 +70,7 @@ void PreviewWindow::MarkChildAccordingToParent(QTreeWidgetItem* item, unsigned c
             if (f->ullParentId != parent)
                 continue;
             if (QTreeWidgetItem* child = FolderItem(f->ullId))
-                child->setCheckState(ColName, state == 1 ? Qt::Checked : Qt::Unchecked);
+                child->setCheckState(ColName, state == kTicked ? Qt::Checked : Qt::Unchecked);
             f->ucTickState = state;
             ids.append(f->ullId);
         }
@@ -92,7 +92,7 @@ void PreviewWindow::MarkParentAccordingToChild(QTreeWidgetItem* item) {
             state = Qt::Checked;
         else if (unchecked == parent->childCount())
             state = Qt::Unchecked;
-        const unsigned char code = CodeOf(state);
+        const TickCode code = CodeOf(state);
         parent->setCheckState(ColName, state);
         parent->setText(ColTickCode, QString::number(code));
         SetRecordTick(parent->text(ColId).toULongLong(), code);

@@ -54,12 +54,13 @@ QByteArray JoinedLines(QFile& file, qint64 start, qint64 end) {
     QByteArray joined;
     if (!file.seek(start))
         return joined;
+    const QByteArray softBreak = QByteArrayLiteral("=\n");
     while (!file.atEnd() && file.pos() < end) {
         QByteArray line = file.readLine();
         if (line.isEmpty())
             break;
-        if (line.endsWith("=\n"))
-            line.chop(2);
+        if (line.endsWith(softBreak))
+            line.chop(softBreak.size());
         else if (line.endsWith('=') && file.atEnd())
             line.chop(1);
         joined += line;

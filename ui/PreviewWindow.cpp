@@ -154,21 +154,21 @@ void PreviewWindow::CreateMenu() {
 }
 
 void PreviewWindow::CreateMenuBar() {
-    m_pMenuBar = new QMenuBar(nullptr);
-    m_pAppMenu = m_pMenuBar->addMenu(QStringLiteral("Pellomar"));
+    auto* menuBar = new QMenuBar(nullptr);
+    m_pAppMenu = menuBar->addMenu(QStringLiteral("Pellomar"));
     m_pAppMenu->addAction(m_pAbout);
-    m_pFileMenu = m_pMenuBar->addMenu(QStringLiteral("&File"));
+    m_pFileMenu = menuBar->addMenu(QStringLiteral("&File"));
     m_pFileMenu->addAction(m_pOpenFileMenu);
     m_pFileMenu->addAction(m_pSaveFileMenu);
     m_pExportOptions = new ExportOptions(m_pFileMenu, this);
-    m_pHelpMenu = m_pMenuBar->addMenu(QStringLiteral("&Help"));
+    m_pHelpMenu = menuBar->addMenu(QStringLiteral("&Help"));
     m_pHelpMenu->addAction(m_pHelpTopics);
     m_pHelpMenu->addSeparator();
     m_pHelpMenu->addAction(m_pEmailSupport);
     m_pHelpMenu->addAction(m_pSupportSection);
     m_pHelpMenu->addAction(m_pSubmitEnquiry);
     m_pHelpMenu->addAction(m_pKnowledgebase);
-    setMenuBar(m_pMenuBar);
+    setMenuBar(menuBar);
 }
 
 void PreviewWindow::CreateToolBar() {
@@ -245,25 +245,25 @@ void PreviewWindow::CreateLeftDockWindows() {
     m_pLeftTreeWidget->setMinimumWidth(240);
     m_pCenterTreeWidget->setMinimumWidth(270);
 
-    m_pInnerSplitter = new QSplitter(Qt::Horizontal);
-    m_pInnerSplitter->addWidget(m_pCenterTreeWidget);
-    m_pInnerSplitter->addWidget(m_pTextBrowser);
-    m_pInnerSplitter->setStretchFactor(1, 1);
-    m_pInnerSplitter->setChildrenCollapsible(false);
+    auto* innerSplitter = new QSplitter(Qt::Horizontal);
+    innerSplitter->addWidget(m_pCenterTreeWidget);
+    innerSplitter->addWidget(m_pTextBrowser);
+    innerSplitter->setStretchFactor(1, 1);
+    innerSplitter->setChildrenCollapsible(false);
     m_pTextBrowser->show();
-    m_pOuterSplitter = new QSplitter(Qt::Horizontal);
-    m_pOuterSplitter->addWidget(m_pLeftTreeWidget);
-    m_pOuterSplitter->addWidget(m_pInnerSplitter);
-    m_pOuterSplitter->setStretchFactor(1, 1);
-    m_pOuterSplitter->setChildrenCollapsible(false);
+    auto* outerSplitter = new QSplitter(Qt::Horizontal);
+    outerSplitter->addWidget(m_pLeftTreeWidget);
+    outerSplitter->addWidget(innerSplitter);
+    outerSplitter->setStretchFactor(1, 1);
+    outerSplitter->setChildrenCollapsible(false);
     const QString splitterStyle = QStringLiteral(
         "QSplitter::handle:vertical   {height: 1px; image: "
         "url(:images/img_Vsplitter.png);}QSplitter::handle:horizontal {width:  1px; image: "
         "url(:images/img_Hsplitter.png);}QSplitter::handle {border: solid #ABABAB; background: "
         "#ABABAB;}");
-    m_pInnerSplitter->setStyleSheet(splitterStyle);
-    m_pOuterSplitter->setStyleSheet(splitterStyle);
-    setCentralWidget(m_pOuterSplitter);
+    innerSplitter->setStyleSheet(splitterStyle);
+    outerSplitter->setStyleSheet(splitterStyle);
+    setCentralWidget(outerSplitter);
     setWindowTitle(tr("Mail Client"));
 }
 
@@ -310,12 +310,12 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
         root->setFont(ColName, ItemFont());
         root->setSizeHint(ColName, QSize(22, 22));
         root->setText(ColName, QStringLiteral("Mailbox"));
-        root->setText(ColId, QStringLiteral("501"));
+        root->setText(ColId, QString::number(llRootId));
         root->setText(ColParentId, QStringLiteral("0"));
         root->setCheckState(ColName, Qt::Unchecked);
-        root->setText(ColTickCode, QStringLiteral("3"));
+        root->setText(ColTickCode, QString::number(kNotTicked));
         root->setExpanded(true);
-        AppendFolderRecord(0, 501, root, 3);
+        AppendFolderRecord(0, llRootId, root, kNotTicked);
     }
     if (m_pLeftTreeWidget->topLevelItemCount() == 0)
         return;
@@ -330,11 +330,11 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
         item->setText(ColId, QString::number(id));
         item->setText(ColParentId, parentText);
         item->setCheckState(ColName, Qt::Unchecked);
-        item->setText(ColTickCode, QStringLiteral("3"));
+        item->setText(ColTickCode, QString::number(kNotTicked));
         item->setIcon(ColName, QIcon(QStringLiteral(":/images/img_Folder.png")));
         parentItem->setExpanded(true);
     }
-    AppendFolderRecord(parentId, id, item, 0);
+    AppendFolderRecord(parentId, id, item, kTickUnset);
 }
 
 void PreviewWindow::OnClearLeftTree() {
@@ -384,7 +384,7 @@ void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
     // in column 7 still holds the old one.
     const unsigned code = item->text(ColTickCode).toUInt();
     const Qt::CheckState state = item->checkState(ColName);
-    if ((state == Qt::Checked && code != 1) || (state == Qt::Unchecked && code != 0))
+    if ((state == Qt::Checked && code != kTicked) || (state == Qt::Unchecked && code != kTickUnset))
         LeftTreeWidgetItem(item);
     ClearPreview();
     m_pCenterTreeWidget->clear();
@@ -614,7 +614,7 @@ void PreviewWindow::OnFinishScaning() {
         m_pProgressInfo->hide();
     if (!IsPreview) {
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-            f->ucTickState = 3;
+            f->ucTickState = kNotTicked;
         for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it)
             (*it)->setCheckState(ColName, Qt::Unchecked);
         IsPreview = true;
@@ -636,10 +636,7 @@ void PreviewWindow::OnFinishScaning() {
         QMessageBox::information(
             nullptr, QString(),
             QStringLiteral("Scanned file is either an invalid file or heavily damaged."));
-        m_pSaveFile->setEnabled(false);
-        m_pSaveFileMenu->setEnabled(false);
-        m_pOpenFile->setEnabled(true);
-        m_pOpenFileMenu->setEnabled(true);
+        SetFileActionsEnabled(true, false);
     }
     ShowLossWarning(this, m_pScaningThread->LastScan(), false);
     if (m_pProgressInfo)

@@ -9,8 +9,6 @@
 
 class QAction;
 class QMenu;
-class QMenuBar;
-class QSplitter;
 class QToolBar;
 class QTreeWidget;
 class QTreeWidgetItem;
@@ -77,14 +75,11 @@ public:
     QAction* m_pSupportSection = nullptr;
     QAction* m_pSubmitEnquiry = nullptr;
     QAction* m_pKnowledgebase = nullptr;
-    QMenuBar* m_pMenuBar = nullptr;
     QMenu* m_pAppMenu = nullptr;
     QMenu* m_pFileMenu = nullptr;
     ExportOptions* m_pExportOptions = nullptr;
     QMenu* m_pHelpMenu = nullptr;
     QToolBar* m_pToolBar = nullptr;
-    QSplitter* m_pOuterSplitter = nullptr;
-    QSplitter* m_pInnerSplitter = nullptr;
 
     // Unelided header texts of the message shown, re-elided on resize.
     QString m_strFullFrom;

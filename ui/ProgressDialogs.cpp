@@ -11,7 +11,8 @@
 
 QProgressInfo::QProgressInfo(QWidget* parent) : QDialog(parent), ui(new Ui::ProgressDialog) {
     ui->setupUi(this);
-    setWindowFlags(windowFlags() | Qt::Sheet);
+    // Sheet is a window type, not a hint: or-ed onto Dialog it would make a Drawer.
+    setWindowFlags((windowFlags() & ~Qt::WindowType_Mask) | Qt::Sheet);
     setWindowModality(Qt::WindowModal);
     ui->StopButton->setStyleSheet(QStringLiteral(
         "QPushButton:enabled {border-image: url(:/images/img_Stop.png);hiegth: 32px;width: "

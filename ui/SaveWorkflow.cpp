@@ -21,7 +21,8 @@ QString PreviewWindow::AskForSaveDirectory() {
 }
 
 void PreviewWindow::OnSavingFiles() {
-    if (!StartFldrAtrib || (StartFldrAtrib->ucTickState != 1 && StartFldrAtrib->ucTickState != 2)) {
+    if (!StartFldrAtrib ||
+        (StartFldrAtrib->ucTickState != kTicked && StartFldrAtrib->ucTickState != kPartlyTicked)) {
         QMessageBox::information(nullptr, QStringLiteral("Pellomar"),
                                  QStringLiteral("Select a folder to save."), QMessageBox::Ok);
         return;
@@ -45,10 +46,7 @@ void PreviewWindow::OnSavingFiles() {
     mainIdentity = PackageName(strTime);
     const QString target = saveDir + mainIdentity;
     if (!QFileInfo::exists(target)) {
-        m_pSaveFile->setEnabled(false);
-        m_pSaveFileMenu->setEnabled(false);
-        m_pOpenFile->setEnabled(false);
-        m_pOpenFileMenu->setEnabled(false);
+        SetFileActionsEnabled(false, false);
         IsPreview = false;
         m_pScaningThread->m_options = m_pExportOptions->Options();
         m_pScaningThread->SetInitialSettings();

@@ -59,10 +59,10 @@ TextBrowser::~TextBrowser() {
 }
 
 void TextBrowser::SetWindowLayout() {
-    m_pProfile = new QWebEngineProfile(this); // off the record: nothing is stored
-    m_pProfile->setUrlRequestInterceptor(new LocalOnlyInterceptor(m_pProfile));
+    auto* profile = new QWebEngineProfile(this); // off the record: nothing is stored
+    profile->setUrlRequestInterceptor(new LocalOnlyInterceptor(profile));
     m_pWebView = new QWebEngineView(this);
-    m_pWebView->setPage(new QWebEnginePage(m_pProfile, m_pWebView));
+    m_pWebView->setPage(new QWebEnginePage(profile, m_pWebView));
     QWebEngineSettings* s = m_pWebView->settings();
     s->setAttribute(QWebEngineSettings::JavascriptEnabled, false);
     s->setAttribute(QWebEngineSettings::PluginsEnabled, false);

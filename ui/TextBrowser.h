@@ -5,7 +5,6 @@
 #include <QWidget>
 
 class QWebEngineView;
-class QWebEngineProfile;
 
 namespace Ui {
 class TextBrowserDlg;
@@ -27,9 +26,6 @@ public:
 
     Ui::TextBrowserDlg* ui;
     QWebEngineView* m_pWebView = nullptr;
-
-private:
-    QWebEngineProfile* m_pProfile = nullptr;
 };
 
 // Path of the empty page loaded before each preview.
