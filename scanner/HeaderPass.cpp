@@ -14,6 +14,8 @@
 #endif
 #include <vector>
 
+using emlx::Line;
+
 namespace {
 
 // Decodes the text of one encoded word. A null string when the encoding is

@@ -1,6 +1,8 @@
 // Boundaries, delimiter lines and text bodies of a message.
 #include "scanner/MimePasses.h"
 
+using emlx::Line;
+
 namespace {
 
 // Lines that may be read in one walk over the file for one boundary level.
