@@ -3,6 +3,7 @@
 #include "export/EmlxExport.h"
 #include "export/MboxWriter.h"
 #include "scanner/Discovery.h"
+#include "scanner/EmlxLines.h"
 #include "scanner/Globals.h"
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
@@ -82,7 +83,7 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
                     const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
                         message, mbox, partial,
-                        partial ? MboxWriter::PartFilesFor(path, parts) : QStringList());
+                        partial ? emlx::PartFileCandidates(path, parts) : QStringList());
                     mbox.close();
                     // A detached part that cannot be read ends the export;
                     // what was written so far is kept.

@@ -1,4 +1,5 @@
 #include "export/MboxWriter.h"
+#include "scanner/EmlxLines.h"
 #include "scanner/FileAccess.h"
 
 #include <QIODevice>
@@ -12,87 +13,10 @@
 namespace MboxWriter {
 namespace {
 
-// Two lines of the property list that follows the message in an .emlx file.
-const char kXmlMarker[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
-const char kDoctypeMarker[] = "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST ";
-constexpr int kXmlMarkerLen = sizeof(kXmlMarker) - 1;
-constexpr int kDoctypeMarkerLen = sizeof(kDoctypeMarker) - 1;
-constexpr int kLongestMarker = std::max(kXmlMarkerLen, kDoctypeMarkerLen);
-
 const char kPartHeader[] = "X-Apple-Content-Length: ";
 constexpr int kPartHeaderLen = sizeof(kPartHeader) - 1;
 const char kBom[] = "\xEF\xBB\xBF";
 constexpr int kHeadLen = 32; // longer than every prefix the copy looks at
-
-bool HasMarkerAt(const char* p, qint64 left) {
-    return (left >= kXmlMarkerLen && memcmp(p, kXmlMarker, kXmlMarkerLen) == 0) ||
-           (left >= kDoctypeMarkerLen && memcmp(p, kDoctypeMarker, kDoctypeMarkerLen) == 0);
-}
-
-bool ContainsMarker(const char* data, qint64 size) {
-    const char* end = data + size;
-    for (const char* p = data; p < end;) {
-        p = static_cast<const char*>(memchr(p, '<', size_t(end - p)));
-        if (!p)
-            return false;
-        if (HasMarkerAt(p, end - p))
-            return true;
-        ++p;
-    }
-    return false;
-}
-
-constexpr quint64 kOnes = 0x0101010101010101ULL;
-constexpr quint64 kHighs = 0x8080808080808080ULL;
-
-inline quint64 Load8(const char* p) {
-    quint64 v;
-    memcpy(&v, p, 8);
-    return v;
-}
-// Non-zero exactly when one of the eight bytes of `v` is zero.
-inline quint64 ZeroBytes(quint64 v) {
-    return (v - kOnes) & ~v & kHighs;
-}
-
-bool IsAscii(const char* data, qint64 size) {
-    quint64 any = 0;
-    qint64 i = 0;
-    for (; i + 8 <= size; i += 8)
-        any |= Load8(data + i);
-    for (; i < size; ++i)
-        any |= static_cast<unsigned char>(data[i]);
-    return (any & kHighs) == 0;
-}
-
-// One pass over a line: where its first NUL is (or `size`), whether the
-// bytes before it are all ASCII and whether they hold a "<".
-struct Scan {
-    qint64 nul;
-    bool ascii;
-    bool angle;
-};
-Scan ScanLine(const char* data, qint64 size) {
-    quint64 high = 0;
-    quint64 angle = 0;
-    qint64 i = 0;
-    for (; i + 8 <= size; i += 8) {
-        const quint64 v = Load8(data + i);
-        if (ZeroBytes(v))
-            break; // the byte loop finds the NUL
-        high |= v;
-        angle |= ZeroBytes(v ^ (kOnes * '<'));
-    }
-    bool sawAngle = angle != 0;
-    for (; i < size; ++i) {
-        const auto c = static_cast<unsigned char>(data[i]);
-        if (c == 0)
-            break;
-        high |= c;
-        sawAngle = sawAngle || c == '<';
-    }
-    return {i, (high & kHighs) == 0, sawAngle};
-}
 
 inline bool IsSpecial(unsigned char c) {
     return c == 0 || c == '\r' || c == '<' || c >= 0x80;
@@ -108,39 +32,28 @@ template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) 
             fromLine(p);
     };
     qint64 i = 0;
-#if defined(__GNUC__) || defined(__clang__)
-    // Sixteen bytes at a time with the compiler's portable vector types.
-    typedef signed char V16 __attribute__((vector_size(16)));
-    auto load = [data](qint64 at) {
-        V16 v;
-        memcpy(&v, data + at, 16);
-        return v;
-    };
+    using emlx::Bytes16;
     // Bytes that stop the run (high bytes are the negative ones), and "\n"
-    // followed by "F". A "<" matters only where a marker could start ("<?"
-    // or "<!"), so HTML markup does not break the run.
-    auto bad = [](V16 v, V16 next) {
-        return (v == 0) | (v == '\r') | ((v == '<') & ((next == '?') | (next == '!'))) | (v < 0);
+    // followed by "F". A "<" matters only where a trailer mark could start
+    // ("<?" or "<!"), so HTML markup does not break the run.
+    auto bad = [](Bytes16 v, Bytes16 next) {
+        return (v == 0) | (v == '\r') |
+               ((v == '<') & ((next == emlx::kTrailerMark[1]) | (next == emlx::kDoctypeMark[1]))) |
+               (v < 0);
     };
-    auto lineF = [](V16 v, V16 next) { return (v == '\n') & (next == 'F'); };
-    auto any = [](V16 v) {
-        quint64 halves[2];
-        memcpy(halves, &v, 16);
-        return (halves[0] | halves[1]) != 0;
-    };
+    auto lineF = [](Bytes16 v, Bytes16 next) { return (v == '\n') & (next == 'F'); };
     for (; i + 17 <= size; i += 16) {
-        const V16 v = load(i);
-        const V16 next = load(i + 1);
-        const V16 stop = bad(v, next);
-        if (!any(stop | lineF(v, next)))
+        const Bytes16 v = emlx::Load16(data + i);
+        const Bytes16 next = emlx::Load16(data + i + 1);
+        const Bytes16 stop = bad(v, next);
+        if (!emlx::Any(stop | lineF(v, next)))
             continue;
-        if (any(stop))
+        if (emlx::Any(stop))
             break;
         for (qint64 k = i; k < i + 16; ++k)
             if (data[k] == '\n')
                 check(k + 1);
     }
-#endif
     for (; i < size; ++i) {
         const auto c = static_cast<unsigned char>(data[i]);
         if (IsSpecial(c))
@@ -151,36 +64,31 @@ template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) 
     return i;
 }
 
-const char* LastNewline(const char* data, qint64 size) {
-#if defined(__GLIBC__)
-    return static_cast<const char*>(memrchr(data, '\n', size_t(size)));
-#else
-    while (size > 0 && data[size - 1] != '\n')
-        --size;
-    return size > 0 ? data + size - 1 : nullptr;
-#endif
-}
-
 const char* FindBytes(const char* data, qint64 size, const char* needle, int len) {
     return static_cast<const char*>(memmem(data, size_t(size), needle, size_t(len)));
 }
 
 // Valid UTF-8 written as Latin-1: one byte per character, "?" for each
-// UTF-16 unit that Latin-1 lacks. Returns the bytes written, or -1 when the
-// text is not valid UTF-8 (the caller then lets Qt's decoder handle it).
+// UTF-16 unit that Latin-1 lacks, into `out`, which has room for `size`
+// bytes. Returns the bytes written, or -1 when the text is not valid UTF-8
+// (the caller then lets Qt's decoder handle it).
 qint64 Utf8ToLatin1(const char* in, qint64 size, char* out) {
     const auto* p = reinterpret_cast<const unsigned char*>(in);
     const auto* end = p + size;
     char* o = out;
     auto cont = [](unsigned char c) { return (c & 0xC0) == 0x80; };
     while (p < end) {
-        while (end - p >= 8) { // runs of ASCII, eight bytes at a time
-            const quint64 v = Load8(reinterpret_cast<const char*>(p));
-            if (v & kHighs)
+        // Runs of ASCII, sixteen bytes at a time. The output never runs ahead
+        // of the input, so all sixteen may be stored: those after the run are
+        // overwritten next.
+        while (end - p >= 16) {
+            const unsigned high = emlx::Mask(emlx::Load16(reinterpret_cast<const char*>(p)) < 0);
+            const int ascii = high ? __builtin_ctz(high) : 16;
+            memcpy(o, p, 16);
+            o += ascii;
+            p += ascii;
+            if (high)
                 break;
-            memcpy(o, &v, 8);
-            o += 8;
-            p += 8;
         }
         if (p == end)
             break;
@@ -307,7 +215,7 @@ private:
             }
         }
         m_atStart = false;
-        if (IsAscii(data, size))
+        if (emlx::IsAscii(data, size))
             m_sink.append(data, size);
         else
             m_sink.append(QString::fromUtf8(data, int(size)).toLatin1());
@@ -400,7 +308,7 @@ public:
             sink.append(base + written, p - written);
             written = pending = p;
         });
-        const char* lastNewline = LastNewline(base, plain);
+        const char* lastNewline = emlx::LastNewline(base, plain);
         if (!lastNewline)
             return false; // nothing was written: every "From " line is after a newline
         const qint64 size = lastNewline + 1 - base;
@@ -473,81 +381,55 @@ private:
         line.start = m_bufferPos + m_pos;
         line.end = line.start + size;
         line.data = data;
-        const Scan scan = ScanLine(data, size);
-        qint64 textSize;
-        if (scan.nul < size) {
-            textSize = scan.nul;
-            line.newline = false;
-        } else if (data[size - 1] == '\n') {
-            textSize = size - 1;
-            if (textSize > 0 && data[textSize - 1] == '\r')
-                --textSize;
-            line.newline = true;
-        } else {
-            textSize = size;
-            line.newline = false;
-        }
-        line.contentEnd = line.start + textSize;
-        line.ascii = scan.ascii;
-        setHead(line, data, textSize, false);
-        line.marker = scan.angle && ContainsMarker(data, textSize);
+        const emlx::LineText text = emlx::TextOf(data, size);
+        line.contentEnd = line.start + text.size;
+        line.newline = text.newline;
+        line.ascii = emlx::IsAscii(data, text.size);
+        setHead(line, data, text.size, false);
+        line.marker = emlx::HasMark(data, text.size);
     }
 
     // A line longer than the buffer: read on to its end, keeping only what
     // the decisions need.
     void describeLong(Line& line) {
-        line.start = m_bufferPos;
+        line.start = m_bufferPos + m_pos;
         line.data = nullptr;
         line.marker = false;
-        qint64 nulAt = -1;
-        bool crBeforeNewline = false;
-        bool sawNewline = false;
-        char prevLast = 0;
-        char carry[kLongestMarker * 2];
+        qint64 nul = -1; // offset of the first NUL byte in the line
+        char beforeLast = 0, last = 0;
+        char carry[emlx::kLongestMark * 2];
         int carryLen = 0;
-        bool first = true;
-        for (;;) {
+        for (bool first = true;; first = false) {
             const char* seg = m_buffer.constData() + m_pos;
             const qint64 segSize = m_end - m_pos;
             const char* nl = static_cast<const char*>(memchr(seg, '\n', size_t(segSize)));
             const qint64 bodySize = nl ? nl - seg : segSize;
-            if (nulAt < 0) {
-                const char* nul = static_cast<const char*>(memchr(seg, '\0', size_t(bodySize)));
-                const qint64 textSize = nul ? nul - seg : bodySize;
+            if (nul < 0) {
+                const char* z = static_cast<const char*>(memchr(seg, '\0', size_t(bodySize)));
+                const qint64 textSize = z ? z - seg : bodySize;
                 if (first)
                     setHead(line, seg, textSize, true);
                 if (!line.marker)
                     line.marker = markerAcross(carry, carryLen, seg, textSize);
-                if (nul)
-                    nulAt = m_bufferPos + m_pos + textSize;
+                if (z)
+                    nul = m_bufferPos + m_pos + textSize - line.start;
             }
-            first = false;
-            if (nl) {
-                crBeforeNewline = bodySize > 0 ? seg[bodySize - 1] == '\r' : prevLast == '\r';
-                line.end = m_bufferPos + m_pos + bodySize + 1;
-                m_pos += int(bodySize + 1);
-                sawNewline = true;
+            const qint64 taken = nl ? bodySize + 1 : segSize;
+            if (taken > 0) {
+                beforeLast = taken > 1 ? seg[taken - 2] : last;
+                last = seg[taken - 1];
+            }
+            m_pos += int(taken);
+            if (nl)
                 break;
-            }
-            if (segSize > 0)
-                prevLast = seg[segSize - 1];
-            m_pos = m_end;
             fill();
-            if (m_eof && m_pos == m_end) {
-                line.end = m_bufferPos + m_end;
+            if (m_eof && m_pos == m_end)
                 break;
-            }
         }
-        if (nulAt >= 0) {
-            line.contentEnd = nulAt;
-            line.newline = false;
-        } else if (sawNewline) {
-            line.contentEnd = line.end - 1 - (crBeforeNewline ? 1 : 0);
-            line.newline = true;
-        } else {
-            line.contentEnd = line.end;
-            line.newline = false;
-        }
+        line.end = m_bufferPos + m_pos;
+        const emlx::LineText text = emlx::TextOf(line.end - line.start, nul, beforeLast, last);
+        line.contentEnd = line.start + text.size;
+        line.newline = text.newline;
     }
 
     // Searches a marker in `data`, including one that began in the bytes kept
@@ -555,13 +437,13 @@ private:
     static bool markerAcross(char* carry, int& carryLen, const char* data, qint64 size) {
         bool found = false;
         if (carryLen > 0) {
-            const int take = int(std::min<qint64>(size, kLongestMarker - 1));
+            const int take = int(std::min<qint64>(size, emlx::kLongestMark - 1));
             memcpy(carry + carryLen, data, size_t(take));
-            found = ContainsMarker(carry, carryLen + take);
+            found = emlx::HasMark(carry, carryLen + take);
         }
-        found = found || ContainsMarker(data, size);
-        // Keep the last (longest marker - 1) bytes seen.
-        const int keep = kLongestMarker - 1;
+        found = found || emlx::HasMark(data, size);
+        // Keep the last (longest mark - 1) bytes seen.
+        const int keep = emlx::kLongestMark - 1;
         if (size >= keep) {
             memcpy(carry, data + size - keep, size_t(keep));
             carryLen = keep;
@@ -584,15 +466,15 @@ private:
     bool m_eof = false;
 };
 
-// The byte count on the first line: the decoded text, trimmed, as an
-// unsigned decimal number; anything else gives 0.
+// The byte count on the first line (a line longer than the buffer is read
+// again for it).
 quint64 ByteCount(LineReader& reader) {
     Line line;
     if (!reader.next(line))
         return 0;
-    if (!line.data)
-        return 0; // longer than a chunk: no number
-    return QString::fromUtf8(line.data, int(line.contentEnd - line.start)).trimmed().toULongLong();
+    emlx::CountReader count;
+    reader.copyText(line, 0, [&](const char* d, qint64 n) { count.Add(d, n); });
+    return count.Value();
 }
 
 // Writes a message line's text as Latin-1, with ">" in front when asked.
@@ -699,16 +581,6 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
         WriteText(reader, line, escape, sink);
     }
     return {};
-}
-
-QStringList PartFilesFor(const QString& messagePath, const QStringList& allParts) {
-    QString key = messagePath;
-    key.remove(QStringLiteral("partial.emlx"), Qt::CaseSensitive);
-    QStringList parts;
-    for (const QString& p : allParts)
-        if (p.contains(key, Qt::CaseSensitive))
-            parts.append(p);
-    return parts;
 }
 
 bool OpenForReading(QFile& file, const QString& path, QString* reason) {

@@ -1,13 +1,11 @@
 #pragma once
 // Copies Apple Mail message files into mbox text.
 //
-// A message file is read as lines, the way a text-mode line reader sees it:
-// each line ends after its "\n", a carriage return right before that "\n" is
-// dropped, and the line's text is its bytes decoded as UTF-8 up to the first
-// NUL byte. The copy works in bounded chunks, so a line of any length (a file
-// without a single "\n") takes no more memory than one chunk; a line longer
-// than a chunk is read twice (once to decide, once to copy) and gives the same
-// bytes as the line model.
+// A message file is read as lines by the rules of scanner/EmlxLines.h, each
+// line's text decoded as UTF-8. The copy works in bounded chunks, so a line of
+// any length (a file without a single "\n") takes no more memory than one
+// chunk; a line longer than a chunk is read twice (once to decide, once to
+// copy) and gives the same bytes as a line held whole.
 
 #include <QByteArray>
 #include <QFile>
@@ -38,13 +36,10 @@ struct CopyResult {
 // count line with "From " escaped, up to the trailer. `message` is read from
 // its current position (its start). When `partial` is set, each
 // "X-Apple-Content-Length: " header is replaced by the body held in the next
-// file of `partFiles`. `chunk` is the read size (tests use small ones).
+// file of `partFiles` (emlx::PartFileCandidates). `chunk` is the read size
+// (tests use small ones).
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                         const QStringList& partFiles, int chunk = kDefaultChunk);
-
-// The detached part files of a partial message: every entry of `allParts`
-// that contains the message path without "partial.emlx", in list order.
-QStringList PartFilesFor(const QString& messagePath, const QStringList& allParts);
 
 // Open files by their names (unbuffered; the writer buffers itself). Only a
 // regular file is opened for reading; `reason` says why one was not.

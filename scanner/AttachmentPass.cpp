@@ -4,6 +4,8 @@
 #include "scanner/MimePasses.h"
 #include "scanner/ScaningThread.h"
 
+using emlx::Line;
+
 namespace {
 
 // Texts that a line is tested for and that are then cut off; their lengths
@@ -151,16 +153,6 @@ bool ReadPartHeader(MessageFile& file, qint64 pos, bool partial, PartHeader* h) 
 
 } // namespace
 
-QStringList PartFileCandidates(const QString& messagePath, const QList<QString>& partFiles) {
-    QString stem = messagePath;
-    stem.remove(QStringLiteral("partial.emlx"));
-    QStringList out;
-    for (const QString& p : partFiles)
-        if (p.contains(stem))
-            out.append(p);
-    return out;
-}
-
 QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<BoundaryLevel>& levels,
                                          const QString& messagePath,
                                          const QList<QString>& partFiles) {
@@ -175,7 +167,7 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
         while (file.ReadLine(&line))
             if (line.First() == 'X' && line.StartsWith("X-Apple-Content-Length: "))
                 marks.append(line.next);
-        candidates = PartFileCandidates(messagePath, partFiles);
+        candidates = emlx::PartFileCandidates(messagePath, partFiles);
     }
 
     bool haveCount = false;
@@ -201,7 +193,7 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
                     count = file.FirstLineCount();
                     haveCount = true;
                 }
-                a.end = SatSub(count, h.bodyStart);
+                a.end = emlx::SatSub(count, h.bodyStart);
             }
             a.name = h.name;
             if (!a.name.contains(QLatin1Char('.')))

@@ -14,6 +14,8 @@
 #endif
 #include <vector>
 
+using emlx::Line;
+
 namespace {
 
 const QLatin1String kEncodedWordStart("=?"), kEncodedWordEnd("?=");

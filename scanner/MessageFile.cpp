@@ -9,18 +9,12 @@
 
 #include <cstring>
 #include <fcntl.h>
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 #include <limits>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-
-const char kTrailer[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
-const char kDoctype[] = "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST ";
 
 // Header lines are copied out of the mapping only up to this size, so a
 // giant line in a broken file cannot make a giant string.
@@ -32,33 +26,13 @@ inline char Lower(char c) {
 
 // Start of the line holding offset at, not looking before from.
 qint64 LineStartBefore(const char* data, qint64 from, qint64 at) {
-#ifdef __GLIBC__
-    const void* nl = at > from ? memrchr(data + from, '\n', size_t(at - from)) : nullptr;
-    return nl ? static_cast<const char*>(nl) - data + 1 : from;
-#else
-    while (at > from && data[at - 1] != '\n')
-        --at;
-    return at;
-#endif
+    const char* nl = emlx::LastNewline(data + from, at - from);
+    return nl ? nl - data + 1 : from;
 }
 
 } // namespace
 
-qint64 SatAdd(qint64 a, qint64 b) {
-    const qint64 max = std::numeric_limits<qint64>::max();
-    const qint64 min = std::numeric_limits<qint64>::min();
-    if (b > 0 && a > max - b)
-        return max;
-    if (b < 0 && a < min - b)
-        return min;
-    return a + b;
-}
-
-qint64 SatSub(qint64 a, qint64 b) {
-    if (b == std::numeric_limits<qint64>::min())
-        return a >= 0 ? std::numeric_limits<qint64>::max() : a - b;
-    return SatAdd(a, -b);
-}
+namespace emlx {
 
 void NeedleFinder::Reset(const char* data, qint64 size) {
     m_data = data;
@@ -136,14 +110,9 @@ qint64 NeedleFinder::FirstIn(qint64 from, qint64 last) {
 void Line::Cut() const {
     if (textLen >= 0)
         return;
-    const void* nul = rawLen > 0 ? memchr(p, 0, size_t(rawLen)) : nullptr;
-    if (nul) {
-        textLen = static_cast<const char*>(nul) - p;
-        nl = false;
-    } else {
-        textLen = rawLen;
-        nl = rawNl;
-    }
+    const LineText text = CutAtNul(p, {rawLen, rawNl});
+    textLen = text.size;
+    nl = text.newline;
 }
 
 bool Line::StartsWith(const char* lit, bool ignoreCase) const {
@@ -243,9 +212,13 @@ int Line::Utf16Length() const {
     return int(qMin<qint64>(units + extra, std::numeric_limits<int>::max()));
 }
 
+} // namespace emlx
+
+using emlx::Line;
+
 MessageFile::MessageFile()
-    : m_trailer(kTrailer, int(sizeof(kTrailer) - 1)),
-      m_doctype(kDoctype, int(sizeof(kDoctype) - 1)) {}
+    : m_trailer(emlx::kTrailerMark, emlx::kTrailerMarkSize),
+      m_doctype(emlx::kDoctypeMark, emlx::kDoctypeMarkSize) {}
 
 MessageFile::~MessageFile() {
     if (m_data && m_size > 0)
@@ -308,24 +281,19 @@ bool MessageFile::ReadLine(Line* line) {
         if (!nlp)
             ReleaseBehind(m_pos, m_pos + at + qMin(kReleaseStep, left - at));
     }
+    const qint64 size = nlp ? static_cast<const char*>(nlp) - start + 1 : left;
+    const emlx::LineText raw = emlx::RawTextOf(start, size);
     *line = Line();
     line->p = start;
     line->start = m_pos;
-    if (nlp) {
-        const qint64 at = static_cast<const char*>(nlp) - start;
-        line->rawNl = true;
-        line->rawLen = (at > 0 && start[at - 1] == '\r') ? at - 1 : at;
-        line->next = m_pos + at + 1;
-    } else {
-        line->rawNl = false;
-        line->rawLen = left;
-        line->next = m_size;
-    }
+    line->next = m_pos + size;
+    line->rawLen = raw.size;
+    line->rawNl = raw.newline;
     m_pos = line->next;
     return true;
 }
 
-bool MessageFile::LineHas(const Line& line, NeedleFinder& finder) {
+bool MessageFile::LineHas(const Line& line, emlx::NeedleFinder& finder) {
     // Starts that leave room for the whole mark inside the raw line.
     const qint64 t = finder.FirstIn(line.start, line.start + line.rawLen - finder.Size());
     return t >= 0 && t + finder.Size() <= line.start + line.ContentLen();
@@ -425,15 +393,12 @@ template <typename Interesting> void MessageFile::SkipLines(Interesting interest
     // line feeds goes on.
     qint64 at = pos;
     qint64 released = pos;
-#ifdef __SSE2__
-    const __m128i lf = _mm_set1_epi8('\n');
     while (at + 16 <= m_size) {
         if (at - released >= kReleaseStep) {
             ReleaseBehind(released, at);
             released = at;
         }
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + at));
-        unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(block, lf)));
+        unsigned mask = emlx::Mask(emlx::Load16(d + at) == '\n');
         while (mask) {
             const qint64 next = at + __builtin_ctz(mask) + 1;
             mask &= mask - 1;
@@ -449,7 +414,6 @@ template <typename Interesting> void MessageFile::SkipLines(Interesting interest
         }
         at += 16;
     }
-#endif
     while (at < m_size) {
         if (at - released >= kReleaseStep) {
             ReleaseBehind(released, at);
@@ -473,16 +437,11 @@ qint64 MessageFile::FirstLineCount() {
     const qint64 saved = m_pos;
     m_pos = 0;
     Line first;
-    qint64 count = 0;
-    // A count is a short line; anything long is not a number anyway.
-    if (ReadLine(&first) && first.ContentLen() <= 4096) {
-        bool ok = false;
-        count = first.Text().trimmed().toLongLong(&ok);
-        if (!ok)
-            count = 0;
-    }
+    quint64 count = 0;
+    if (ReadLine(&first))
+        count = emlx::ByteCount(first.p, first.ContentLen());
     m_pos = saved;
-    return count;
+    return qint64(qMin<quint64>(count, quint64(std::numeric_limits<qint64>::max())));
 }
 
 qint64 MessageFile::MessageTextEnd() {
@@ -491,7 +450,7 @@ qint64 MessageFile::MessageTextEnd() {
     Line first;
     qint64 end = m_size;
     if (ReadLine(&first))
-        end = qMin(end, qMax<qint64>(0, SatAdd(first.next, FirstLineCount())));
+        end = qMin(end, qMax<qint64>(0, emlx::SatAdd(first.next, FirstLineCount())));
     // Start of the first line whose text holds the trailer mark.
     qint64 from = 0;
     if (m_trailerLine >= 0) {
@@ -502,16 +461,15 @@ qint64 MessageFile::MessageTextEnd() {
         const qint64 t = m_trailer.From(from);
         if (t < 0)
             break;
-        const qint64 lineStart = LineStartBefore(m_data, 0, t);
-        if (!memchr(m_data + lineStart, '\0', size_t(t - lineStart))) {
-            end = qMin(end, lineStart);
+        m_pos = LineStartBefore(m_data, 0, t);
+        Line line;
+        ReadLine(&line);
+        if (HasTrailer(line)) {
+            end = qMin(end, line.start);
             break;
         }
         // The mark sits behind a NUL byte: the rest of this line is no text.
-        const void* nextNl = memchr(m_data + t, '\n', size_t(m_size - t));
-        if (!nextNl)
-            break;
-        from = static_cast<const char*>(nextNl) - m_data + 1;
+        from = line.next;
     }
     m_pos = saved;
     return end;

@@ -1,18 +1,20 @@
 #pragma once
 // Line reader over one message file. The file is opened once and mapped;
-// lines are views into the mapping, so nothing of a message is copied.
-//
-// Line model (the same as a Qt text-mode readLine turned into a QString):
-// a line is the bytes up to and including "\n"; a "\r" right before that
-// "\n" is dropped; the last line may lack the "\n"; the line's text stops at
-// its first NUL byte. Positions are real byte offsets in the file, taken
-// right after a line. A line's "length" is the length of its text decoded
-// from UTF-8, in UTF-16 units.
+// lines are views into the mapping, so nothing of a message is copied. The
+// lines follow the rules of scanner/EmlxLines.h. Positions are real byte
+// offsets in the file, taken right after a line. A line's "length" is the
+// length of its text decoded from UTF-8, in UTF-16 units.
+
+#include "scanner/EmlxLines.h"
 
 #include <QByteArray>
 #include <QFile>
 #include <QString>
 #include <QtGlobal>
+
+class MessageFile;
+
+namespace emlx {
 
 // Finds a fixed text in the mapping, remembering the last answer so that
 // the mostly forward line walks search each stretch of the file only once.
@@ -20,8 +22,6 @@
 // header fields) does not search the whole file. Two finders whose texts
 // start with the same byte can be paired: a search for one also notes what
 // it met of the other, so one walk over the bytes serves both.
-class MessageFile;
-
 class NeedleFinder {
 public:
     NeedleFinder(const char* needle, int size) : m_needle(needle), m_size(size) {}
@@ -47,6 +47,7 @@ private:
     qint64 m_found = -1;        // first occurrence among them, or -1
 };
 
+// A line of the mapping.
 struct Line {
     const char* p = nullptr; // first byte of the line
     qint64 start = 0;        // file offset of the line
@@ -85,6 +86,8 @@ struct Line {
     int Utf16Length() const;  // length of Text() without building it for ASCII
 };
 
+} // namespace emlx
+
 class MessageFile {
 public:
     MessageFile();
@@ -105,7 +108,7 @@ public:
     const char* Data() const { return m_data; }
 
     // Reads the line at the current position; false at the end of the file.
-    bool ReadLine(Line* line);
+    bool ReadLine(emlx::Line* line);
     // Moves over whole lines that cannot matter to the boundary walk: lines
     // whose first byte is not "-", a NUL byte or (with declarations) "C" or
     // "c", and that do not hold the trailer mark.
@@ -126,12 +129,12 @@ public:
 
     // The line's text contains the property-list trailer mark
     // "<?xml version="1.0" encoding="UTF-8"?>".
-    bool HasTrailer(const Line& line) { return LineHas(line, m_trailer); }
+    bool HasTrailer(const emlx::Line& line) { return LineHas(line, m_trailer); }
     // The line's text contains "<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST ".
-    bool HasDoctype(const Line& line) { return LineHas(line, m_doctype); }
+    bool HasDoctype(const emlx::Line& line) { return LineHas(line, m_doctype); }
 
-    // Number written on the first line (the byte count of the message), 0
-    // when it is not a number.
+    // The byte count on the first line (emlx::CountReader), at most the
+    // largest qint64.
     qint64 FirstLineCount();
     // The boundary walk met the first trailer line, which starts at pos.
     void NoteTrailerLine(qint64 pos) {
@@ -143,7 +146,7 @@ public:
     qint64 MessageTextEnd();
 
 private:
-    bool LineHas(const Line& line, NeedleFinder& finder);
+    bool LineHas(const emlx::Line& line, emlx::NeedleFinder& finder);
     template <typename Interesting> void SkipLines(Interesting interesting);
 
     QFile m_file;
@@ -152,10 +155,6 @@ private:
     qint64 m_size = 0;
     qint64 m_pos = 0;
     qint64 m_trailerLine = -1;
-    NeedleFinder m_trailer;
-    NeedleFinder m_doctype;
+    emlx::NeedleFinder m_trailer;
+    emlx::NeedleFinder m_doctype;
 };
-
-// Saturating helpers for positions taken from file contents.
-qint64 SatAdd(qint64 a, qint64 b);
-qint64 SatSub(qint64 a, qint64 b);

@@ -1,6 +1,8 @@
 // Boundaries, delimiter lines and text bodies of a message.
 #include "scanner/MimePasses.h"
 
+using emlx::Line;
+
 namespace {
 
 // Texts that a line is tested for and that are then cut off; their lengths

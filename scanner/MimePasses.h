@@ -44,8 +44,6 @@ struct FoundAttachment {
     QString partFile; // detached .emlxpart, or empty
 };
 
-// The .emlxpart files that may belong to a partial message, in list order.
-QStringList PartFileCandidates(const QString& messagePath, const QList<QString>& partFiles);
 // Attachments of all levels, innermost level first. For a partial message
 // (path contains ".partial.emlx") detached parts are paired with partFiles.
 QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<BoundaryLevel>& levels,

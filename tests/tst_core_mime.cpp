@@ -9,6 +9,7 @@
 
 #include <cctype>
 
+using emlx::Line;
 using TestSupport::Emlx;
 using TestSupport::TempFile;
 
