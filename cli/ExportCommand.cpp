@@ -140,6 +140,8 @@ int RunExportCommand(const QStringList& args) {
     m_strInputfilepath = store.canonicalFilePath();
     ScaningThread thread;
     thread.m_options = options;
+    // The export reads each message itself; the scan only has to find them.
+    thread.m_options.foldersOnly = true;
     // A Ctrl-C that comes while the worker is being started still counts:
     // starting a run clears the stop flag.
     QObject context;
@@ -196,6 +198,7 @@ int RunExportCommand(const QStringList& args) {
     }
 
     InstallEmlxExport();
+    thread.m_options.foldersOnly = false;
     RunWorker(thread, false);
     if (json)
         WriteExportJson(Out(), package, thread.LastExport());

@@ -213,12 +213,12 @@ void ScaningThread::EMLXFinder() {
     bool more = true;
     auto readAhead = [&] {
         QString text;
-        while (more && pipeline.Queued() < AnalysisPipeline::kWindow) {
+        while (more && int(ahead.size()) < AnalysisPipeline::kWindow) {
             more = list.Next(&text);
             if (!more)
                 break;
             const bool message = IsMessageLine(text);
-            if (message)
+            if (message && !m_options.foldersOnly)
                 pipeline.Submit(text);
             ahead.push_back({text, message});
         }
@@ -247,9 +247,9 @@ void ScaningThread::EMLXFinder() {
             emit ClearLeftTree();
         currentFolder = llParentIdRunning;
 
-        bool opened = false;
+        bool opened = m_options.foldersOnly;
         QString error;
-        MailItem* item = pipeline.Take(&opened, &error);
+        MailItem* item = opened ? NewMailItem() : pipeline.Take(&opened, &error);
         FldrAtrib* folder = FindFolderRecord(llParentIdRunning);
         if (!folder) {
             // Only a message without a folder path that comes before every
