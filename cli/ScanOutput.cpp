@@ -107,6 +107,9 @@ void AppendMessage(QString& out, const MailItem* m) {
         AppendNumber(out, ", \"start\": ", a->llStart);
         AppendNumber(out, ", \"end\": ", a->llEnd);
         AppendUtf16Field(out, ", \"part\": ", a->pPartFile, a->ulPartFileSize);
+        // Mail's decoded copy under Attachments, not an encoded .emlxpart.
+        if (a->ucDecodedPart)
+            out += QLatin1String(", \"decoded\": true");
         out += QLatin1Char('}');
     }
     out += QLatin1String("]}");

@@ -2,6 +2,7 @@
 // appended to its folder's mbox file.
 #include "export/EmlxExport.h"
 #include "export/MboxWriter.h"
+#include "scanner/DetachedParts.h"
 #include "scanner/Discovery.h"
 #include "scanner/EmlxLines.h"
 #include "scanner/Globals.h"
@@ -81,10 +82,16 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                 if (MboxWriter::OpenForAppend(mbox, mboxPath)) {
                     const bool partial =
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
+                    RemovedParts removed(path);
                     const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
                         message, mbox, partial,
-                        partial ? emlx::PartFileCandidates(path, parts) : QStringList());
+                        partial ? emlx::PartFileCandidates(path, parts) : QStringList(),
+                        MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
                     mbox.close();
+                    result.partsFromEmlxpart += quint64(copy.fromEmlxpart);
+                    result.partsFromAttachments += quint64(copy.fromAttachments);
+                    for (const QString& name : copy.missing)
+                        result.missingParts.append({path, name});
                     // A detached part that cannot be read ends the export;
                     // what was written so far is kept.
                     if (!copy.complete) {

@@ -1,4 +1,6 @@
 #include "export/MboxWriter.h"
+#include "export/PartEncoding.h"
+#include "scanner/DetachedParts.h"
 #include "scanner/EmlxLines.h"
 #include "scanner/FileAccess.h"
 
@@ -532,21 +534,47 @@ bool CopyPartFile(const QString& path, Sink& sink, int chunk, QString* reason) {
     return true;
 }
 
+// Writes a removed part back from Mail's decoded file, after its
+// "X-Apple-Content-Length: " line: the rest of its header block, the blank
+// line, the file encoded as the part says, a line feed.
+bool RestorePart(LineReader& reader, const DetachedPart& part, Sink& sink, int chunk,
+                 QString* reason) {
+    QFile file;
+    if (!OpenForReading(file, part.file, reason))
+        return false;
+    Line line;
+    while (reader.next(line) && !line.isBlank())
+        if (!line.startsWith(kPartHeader, kPartHeaderLen))
+            WriteText(reader, line, line.startsWith("From ", 5), sink);
+    sink.append('\n');
+    const bool read = PartEncoding::Encode(
+        file, part.encoding, [&](const char* d, qint64 n) { sink.append(d, n); }, chunk);
+    sink.append('\n');
+    if (!read)
+        *reason = file.errorString();
+    return read;
+}
+
 } // namespace
 
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
-                        const QStringList& partFiles, int chunk) {
+                        const QStringList& partFiles, int chunk, RemovedParts* removed) {
     Sink sink(mbox, std::max(chunk, kMinimumChunk));
     sink.append(Separator());
     LineReader reader(message, chunk);
     const quint64 count = ByteCount(reader);
+    CopyResult result;
     int partIndex = 0;
+    bool dropBlank = false; // the blank lines of a restored part's empty body
     Line line;
     for (;;) {
-        if (reader.copyPlainRun(sink, partial))
+        if (!dropBlank && reader.copyPlainRun(sink, partial))
             continue;
         if (!reader.next(line))
             break;
+        if (dropBlank && line.isBlank())
+            continue;
+        dropBlank = false;
         const bool escape = line.startsWith("From ", 5);
         if (!escape && line.isEmpty())
             continue;
@@ -558,6 +586,24 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             continue;
         }
         if (partial && !escape && line.startsWith(kPartHeader, kPartHeaderLen)) {
+            const DetachedPart* part =
+                removed && partIndex >= partFiles.size() ? removed->At(line.end) : nullptr;
+            if (part && !part->file.isEmpty()) {
+                ++partIndex;
+                QString reason;
+                if (!RestorePart(reader, *part, sink, chunk, &reason)) {
+                    result.complete = false;
+                    result.failedPart = part->file;
+                    result.reason = reason;
+                    return result;
+                }
+                ++result.fromAttachments;
+                dropBlank = true;
+                continue;
+            }
+            if (part)
+                result.missing << (part->name.isEmpty() ? QStringLiteral("part ") + part->section
+                                                        : part->name);
             // Drop the rest of this part's header block, up to its blank line.
             bool blank = false;
             while (reader.next(line)) {
@@ -569,9 +615,14 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             if (partIndex < partFiles.size()) {
                 sink.append('\n');
                 QString reason;
-                if (!CopyPartFile(partFiles.at(partIndex), sink, chunk, &reason))
-                    return {false, partFiles.at(partIndex), reason};
+                if (!CopyPartFile(partFiles.at(partIndex), sink, chunk, &reason)) {
+                    result.complete = false;
+                    result.failedPart = partFiles.at(partIndex);
+                    result.reason = reason;
+                    return result;
+                }
                 sink.append('\n');
+                ++result.fromEmlxpart;
             }
             ++partIndex;
             if (blank)
@@ -580,7 +631,7 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
         }
         WriteText(reader, line, escape, sink);
     }
-    return {};
+    return result;
 }
 
 bool OpenForReading(QFile& file, const QString& path, QString* reason) {

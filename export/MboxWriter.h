@@ -13,6 +13,7 @@
 #include <QStringList>
 
 class QIODevice;
+class RemovedParts;
 
 namespace MboxWriter {
 
@@ -25,21 +26,30 @@ inline QByteArray Separator() {
 }
 
 // How a copy ended: whole, or stopped at a detached part file that could
-// not be opened (what came before it is written).
+// not be read (what came before it is written); and what became of the
+// parts that Mail kept apart.
 struct CopyResult {
     bool complete = true;
-    QString failedPart; // the part file
-    QString reason;     // why it could not be opened
+    QString failedPart;      // the part file
+    QString reason;          // why it could not be read
+    int fromEmlxpart = 0;    // parts put back from .emlxpart files
+    int fromAttachments = 0; // ... and from Mail's decoded files under Attachments
+    QStringList missing;     // names of removed parts found in neither form
 };
 
 // Writes one message to mbox: the separator, then every line after the byte
 // count line with "From " escaped, up to the trailer. `message` is read from
 // its current position (its start). When `partial` is set, each
 // "X-Apple-Content-Length: " header is replaced by the body held in the next
-// file of `partFiles` (emlx::PartFileCandidates). `chunk` is the read size
-// (tests use small ones).
+// file of `partFiles` (emlx::PartFileCandidates). Once those are used up,
+// a part that `removed` knows (scanner/DetachedParts.h) is written back
+// whole from its decoded file: its header lines without
+// "X-Apple-Content-Length: ", the blank line, the file encoded in the
+// part's transfer encoding (export/PartEncoding.h) and a line feed. `chunk`
+// is the read size (tests use small ones).
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
-                        const QStringList& partFiles, int chunk = kDefaultChunk);
+                        const QStringList& partFiles, int chunk = kDefaultChunk,
+                        RemovedParts* removed = nullptr);
 
 // Open files by their names (unbuffered; the writer buffers itself). Only a
 // regular file is opened for reading; `reason` says why one was not.

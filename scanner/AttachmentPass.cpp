@@ -1,8 +1,11 @@
 // Attachments of a message: the parts of every boundary level whose headers
 // name an image, application or video body, with their body ranges, and the
 // detached .emlxpart files of a partial message.
+#include "scanner/DetachedParts.h"
 #include "scanner/MimePasses.h"
 #include "scanner/ScaningThread.h"
+
+#include <QSet>
 
 using emlx::Line;
 
@@ -169,6 +172,12 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
                 marks.append(line.next);
         candidates = emlx::PartFileCandidates(messagePath, partFiles);
     }
+    // Parts beyond the .emlxpart files may have Mail's decoded copy under
+    // Attachments.
+    QVector<DetachedPart> detached;
+    if (marks.size() > candidates.size())
+        detached = FindDetachedParts(file, messagePath);
+    QSet<qint64> listed; // marks of the removed parts listed with their decoded file
 
     bool haveCount = false;
     qint64 count = 0;
@@ -205,8 +214,29 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
                     ++handedOut;
                 }
             }
+            for (const DetachedPart& d : detached) {
+                if (a.partFile.isEmpty() && d.mark == h.detachedMark && !d.file.isEmpty()) {
+                    a.partFile = d.file;
+                    a.decoded = true;
+                    listed.insert(d.mark);
+                }
+            }
             out.append(a);
         }
+    }
+    // Removed parts that the rules above leave out (text parts, parts
+    // without a name, nesting deeper than three boundaries) are listed too
+    // when Mail has their file: the export restores them.
+    for (const DetachedPart& d : detached) {
+        if (d.file.isEmpty() || listed.contains(d.mark) ||
+            marks.indexOf(d.mark) < candidates.size())
+            continue;
+        FoundAttachment a;
+        a.start = a.end = d.bodyStart;
+        a.name = d.name.isEmpty() ? DisplayedFileName(d.file) : d.name;
+        a.partFile = d.file;
+        a.decoded = true;
+        out.append(a);
     }
     return out;
 }

@@ -41,6 +41,7 @@ bool AnalyseMessageFile(const QString& path, MailItem* item, QString* error) {
         SetUtf16(&entry->pName, &entry->ulNameSize, a.name);
         if (!a.partFile.isEmpty())
             SetUtf16(&entry->pPartFile, &entry->ulPartFileSize, a.partFile);
+        entry->ucDecodedPart = a.decoded ? 1 : 0;
         AppendAttachment(item, entry);
     }
 

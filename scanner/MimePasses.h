@@ -41,11 +41,15 @@ struct FoundAttachment {
     qint64 start = 0;
     qint64 end = 0;
     QString name;
-    QString partFile; // detached .emlxpart, or empty
+    QString partFile;     // detached part file, or empty
+    bool decoded = false; // partFile is a decoded file under Attachments, not an .emlxpart
 };
 
 // Attachments of all levels, innermost level first. For a partial message
-// (path contains ".partial.emlx") detached parts are paired with partFiles.
+// (path contains ".partial.emlx") detached parts are paired with partFiles;
+// a part left out of the message without an .emlxpart file takes Mail's
+// decoded file under Attachments (scanner/DetachedParts.h), and such a part
+// that the rules above do not list comes last, in file order.
 QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<BoundaryLevel>& levels,
                                          const QString& messagePath,
                                          const QList<QString>& partFiles);

@@ -14,8 +14,10 @@ struct AttachmentEntry {
     qint64 llEnd;           // end of the body (a position, or a length for a level's last part)
     char* pName;            // display name, UTF-16 units, 2 * length + 1 bytes
     quint32 ulNameSize;     // bytes of pName in use (2 * UTF-16 units)
-    char* pPartFile;        // detached .emlxpart path in UTF-16, or null
+    char* pPartFile;        // detached part file in UTF-16, or null
     quint32 ulPartFileSize; // bytes of pPartFile in use
+    quint8 ucDecodedPart;   // 1: pPartFile is Mail's decoded copy under Attachments,
+                            // 0: an .emlxpart file holding the encoded body
     AttachmentEntry* pNext;
 };
 

@@ -14,14 +14,16 @@
 
 namespace {
 
-// Opens a message or part file for reading in text mode. Only a regular
-// file is read, and the open never waits (a FIFO would block for good).
-bool OpenStoreFile(QFile& file, const QString& path) {
+// Opens a message or part file for reading in text mode (or as bytes). Only
+// a regular file is read, and the open never waits (a FIFO would block for
+// good).
+bool OpenStoreFile(QFile& file, const QString& path, bool text = true) {
     QString reason;
     const int fd = pellomar::OpenRegularFile(path, &reason);
     if (fd < 0)
         return false;
-    if (file.open(fd, QIODevice::ReadOnly | QIODevice::Text, QFileDevice::AutoCloseHandle))
+    if (file.open(fd, text ? QIODevice::ReadOnly | QIODevice::Text : QIODevice::ReadOnly,
+                  QFileDevice::AutoCloseHandle))
         return true;
     ::close(fd);
     return false;
@@ -184,7 +186,15 @@ QStringList WriteAttachments(const MailItem* item, const QString& folder) {
             continue;
         }
         Base64Sink sink(out);
-        if (a->pPartFile) {
+        if (a->pPartFile && a->ucDecodedPart) {
+            // Mail's decoded copy: copied as it is.
+            QFile part;
+            if (OpenStoreFile(part, Utf16Text(a->pPartFile, a->ulPartFileSize), false)) {
+                QByteArray chunk;
+                while (!(chunk = part.read(65536)).isEmpty())
+                    fwrite(chunk.constData(), 1, size_t(chunk.size()), out);
+            }
+        } else if (a->pPartFile) {
             // A detached part: its whole file is the body.
             QFile part;
             if (OpenStoreFile(part, Utf16Text(a->pPartFile, a->ulPartFileSize)))
