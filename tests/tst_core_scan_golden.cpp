@@ -19,20 +19,30 @@ private slots:
         // The store's path as the command will see it (links resolved).
         QVERIFY(CopyFolder(SampleStore(), m_dir.path() + "/Sample Store"));
         m_store = QFileInfo(m_dir.path() + "/Sample Store").canonicalFilePath();
+        QVERIFY(CopyFolder(SourceDir() + "/samples/modern", m_dir.path() + "/Modern Store"));
+        m_modern = QFileInfo(m_dir.path() + "/Modern Store").canonicalFilePath();
         QVERIFY(QDir().mkpath(m_dir.path() + "/empty"));
     }
 
+    void jsonMatchesReviewedDocument_data() {
+        QTest::addColumn<QString>("store");
+        QTest::addColumn<QString>("golden");
+        QTest::newRow("store") << m_store << "sample-scan.json";
+        QTest::newRow("modern") << m_modern << "modern-scan.json";
+    }
     void jsonMatchesReviewedDocument() {
-        const CliOutput r = RunCliTool({"scan", m_store, "--json"});
+        QFETCH(QString, store);
+        QFETCH(QString, golden);
+        const CliOutput r = RunCliTool({"scan", store, "--json"});
         QCOMPARE(r.code, 0);
-        const QByteArray doc = QByteArray(r.out).replace(m_store.toUtf8(), "@STORE@");
-        const QString expectedPath = SourceDir() + "/tests/data/sample-scan.json";
+        const QByteArray doc = QByteArray(r.out).replace(store.toUtf8(), "@STORE@");
+        const QString expectedPath = SourceDir() + "/tests/data/" + golden;
         if (qEnvironmentVariableIntValue("PELLOMAR_UPDATE_GOLDEN") == 1) {
             QVERIFY(WriteFile(expectedPath, doc));
             qWarning("rewrote %s", qPrintable(expectedPath));
         }
         const QByteArray expected = ReadFile(expectedPath);
-        QVERIFY2(!expected.isEmpty(), "tests/data/sample-scan.json is missing");
+        QVERIFY2(!expected.isEmpty(), qPrintable(expectedPath + " is missing"));
         const QList<QByteArray> got = doc.split('\n'), want = expected.split('\n');
         for (int i = 0; i < qMin(got.size(), want.size()); ++i)
             QVERIFY2(got.at(i) == want.at(i),
@@ -119,7 +129,7 @@ private slots:
 
 private:
     QTemporaryDir m_dir;
-    QString m_store;
+    QString m_store, m_modern;
 };
 
 QTEST_GUILESS_MAIN(TestScanGolden)
