@@ -1,9 +1,12 @@
 // The per-message analysis (boundaries, text bodies, attachments, partial
 // parts, header fields) on any bytes as a message file. An odd first byte
-// makes it a partial message whose last quarter is also its detached part.
+// makes it a partial message whose last quarter is also its detached part,
+// and walks its removed parts.
 #include "fuzz/FuzzSupport.h"
+#include "scanner/DetachedParts.h"
 #include "scanner/Globals.h"
 #include "scanner/MessageAnalysis.h"
+#include "scanner/MessageFile.h"
 #include "scanner/Records.h"
 
 #include <cstdint>
@@ -20,5 +23,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     MailItem* item = NewMailItem();
     AnalyseMessageFile(path, item);
     FreeMailItem(item);
+    // The walk over the parts Mail kept apart, which the analysis only runs
+    // when the part files fall short.
+    MessageFile file;
+    if (partial && file.Open(path))
+        FindDetachedParts(file, path);
     return 0;
 }

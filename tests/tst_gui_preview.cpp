@@ -177,6 +177,20 @@ private slots:
         QCOMPARE(QDir(victim).entryList(QDir::Files), QStringList{"mine"});
         QCOMPARE(TestSupport::ReadFile(victim + "/mine"), QByteArray("mine"));
     }
+
+    // Mail's decoded copy of a removed part is listed and copied byte for byte.
+    void decodedPartIsCopied() {
+        const QByteArray bytes("a\r\nb\0c", 6);
+        QVERIFY(TestSupport::WriteFile(dir.path() + "/Data/Attachments/9/2/x y.bin", bytes));
+        MailItem* m = Analysed(dir.path() + "/Data/Messages/9.partial.emlx",
+                               "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b\n"
+                               "Content-Type: application/pdf; name=\"x y.bin\"\n"
+                               "Content-Disposition: attachment; filename=\"x y.bin\"\n"
+                               "X-Apple-Content-Length: 6\n\n--b--\n");
+        QCOMPARE(WriteAttachments(m, dir.path() + "/decoded"), QStringList{"0x y.bin"});
+        FreeMailItem(m);
+        QCOMPARE(TestSupport::ReadFile(dir.path() + "/decoded/0x y.bin"), bytes);
+    }
 };
 
 QTEST_MAIN(TestPreview)
