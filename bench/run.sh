@@ -38,15 +38,17 @@ mkdir -p "$work/tmp"
 export PELLOMAR_TMPDIR=$work/tmp
 
 messages=$(find "$store" -name '*.emlx' | wc -l)
-bytes=$(find "$store" -name '*.emlx*' -printf '%s\n' | awk '{s += $1} END {print s + 0}')
+# Every file the program reads: messages, .emlxpart files and the decoded
+# files under Attachments folders.
+bytes=$(find "$store" -type f ! -name .done -printf '%s\n' | awk '{s += $1} END {print s + 0}')
 mb=$(awk -v b="$bytes" 'BEGIN {printf "%.1f", b / 1e6}')
-echo "Store: $messages message files, $mb MB (with .emlxpart files)"
+echo "Store: $messages message files, $mb MB (with .emlxpart and Attachments files)"
 
 echo "Warming the file cache ..."
-find "$store" -name '*.emlx*' -print0 | xargs -0 cat > /dev/null
+find "$store" -type f ! -name .done -print0 | xargs -0 cat > /dev/null
 
 read_all() {
-  "$gen" measure /dev/null bash -c 'find "$1" -name "*.emlx*" -print0 | xargs -0 cat' _ "$store"
+  "$gen" measure /dev/null bash -c 'find "$1" -type f ! -name .done -print0 | xargs -0 cat' _ "$store"
 }
 read -r read_s _ _ < <(read_all)
 read -r scan_s scan_kb scan_rc < <("$gen" measure /dev/null "$cli" scan "$store" --json)
@@ -62,13 +64,14 @@ awk -v n="$messages" -v b="$bytes" -v r="$read_s" -v s="$scan_s" -v kb="$scan_kb
 # ---- Export measurement ----------------------------------------------------
 # (c) copying every message file once into one file in the output folder, and
 # (d) pellomar-cli export (the scan, then the package) into the same folder.
-# Then the export of a store holding one very large message, to show that the
-# export's memory does not grow with the size of a message.
+# Then the export of a store holding one very large message, and of one whose
+# large part is restored from an Attachments folder, to show that the
+# export's memory does not grow with the size of a message or a part.
 out=$work/out
 rm -rf "$out"
 mkdir -p "$out"
 copy_all() {
-  "$gen" measure /dev/null bash -c 'find "$1" -name "*.emlx*" -print0 | xargs -0 cat > "$2"' \
+  "$gen" measure /dev/null bash -c 'find "$1" -type f ! -name .done -print0 | xargs -0 cat > "$2"' \
     _ "$store" "$out/copy"
 }
 read -r copy_s _ _ < <(copy_all)
@@ -115,9 +118,31 @@ done
 wait "$pid" || true
 rm -rf "$out"
 
+# One partial message in today's layout whose 300 MB part Mail keeps
+# decoded under Attachments: the export encodes it back in base64.
+detached=$work/store-detached
+data="$detached/V10/Mailboxes/Big.mbox/0D58BCB4-AE72-47E2-8515-739A8B058FAE/Data/1"
+if [[ ! -f $detached/.done ]]; then
+  rm -rf "$detached"
+  mkdir -p "$data/Messages" "$data/Attachments/1042/2"
+  head -c 300000000 /dev/urandom > "$data/Attachments/1042/2/big.bin"
+  msg=$'Subject: big\nContent-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nhi\n'
+  msg+=$'--b\nContent-Type: application/octet-stream; name=big.bin\nContent-Transfer-Encoding: base64\n'
+  msg+=$'X-Apple-Content-Length: 405000000\n\n--b--\n'
+  { printf '%s\n%s' "${#msg}" "$msg"
+    printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0">\n</plist>\n'; } \
+    > "$data/Messages/1042.partial.emlx"
+  touch "$detached/.done"
+fi
+detached_bytes=$(stat -c %s "$data/Attachments/1042/2/big.bin")
+mkdir -p "$out"
+read -r det_s det_kb det_rc < <("$gen" measure /dev/null "$cli" export "$detached" "$out")
+[[ $det_rc == 0 ]] || { echo "export of the detached part failed with exit code $det_rc" >&2; exit 1; }
+rm -rf "$out"
+
 awk -v n="$messages" -v b="$bytes" -v c="$copy_s" -v e="$export_s" -v s="$scan_s" \
     -v kb="$export_kb" -v w="$written" -v bb="$big_bytes" -v bs="$big_s" -v bkb="$big_kb" \
-    -v wkb="$writing_kb" 'BEGIN {
+    -v wkb="$writing_kb" -v db="$detached_bytes" -v ds="$det_s" -v dkb="$det_kb" 'BEGIN {
   printf "(c) plain copy      %8.2f s  %10.0f messages/s  %8.1f MB/s\n", c, n / c, b / 1e6 / c
   printf "(d) export          %8.2f s  %10.0f messages/s  %8.1f MB/s  (%.1f MB of mbox)\n", e, n / e, b / 1e6 / e, w / 1e6
   printf "    export / copy   %8.2f x\n", e / c
@@ -125,4 +150,5 @@ awk -v n="$messages" -v b="$bytes" -v c="$copy_s" -v e="$export_s" -v s="$scan_s
   printf "    export peak RSS %8.1f MB\n", kb / 1024
   printf "(e) one %.0f MB message: export %.2f s, %.1f MB/s, peak RSS %.1f MB,\n", bb / 1e6, bs, bb / 1e6 / bs, bkb / 1024
   printf "    RSS while writing the package %.1f MB\n", wkb / 1024
+  printf "(f) one %.0f MB part from Attachments: export %.2f s, %.1f MB/s, peak RSS %.1f MB\n", db / 1e6, ds, db / 1e6 / ds, dkb / 1024
 }'
