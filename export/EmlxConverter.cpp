@@ -83,8 +83,12 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
                     const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
                         message, mbox, partial,
-                        partial ? emlx::PartFileCandidates(path, parts) : QStringList());
+                        partial ? emlx::PartFileCandidates(path, parts) : QStringList(),
+                        thread.m_options);
                     mbox.close();
+                    for (const RunResult::Skipped& part : copy.skippedParts)
+                        result.Skip(part.path, part.reason);
+                    result.partsFromEmlxpart += copy.partsFromEmlxpart;
                     // A detached part that cannot be read ends the export;
                     // what was written so far is kept.
                     if (!copy.complete) {
@@ -92,7 +96,7 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                                      copy.reason, MessagesFrom(folder, item));
                         return result;
                     }
-                    result.Count(mboxPath);
+                    result.Count(mboxPath, copy.converted);
                 }
             }
             emit thread.CurrentValue();

@@ -1,4 +1,5 @@
 #include "export/MboxWriter.h"
+#include "export/MailStatus.h"
 #include "scanner/EmlxLines.h"
 #include "scanner/FileAccess.h"
 
@@ -6,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -185,6 +187,8 @@ public:
         decode(m_pending.constData(), m_pending.size());
         m_pending.clear();
     }
+    // A byte of 0x80 or more went through the conversion.
+    bool changed() const { return m_changed; }
 
 private:
     // Bytes at the end that start a sequence still missing continuation bytes.
@@ -210,20 +214,24 @@ private:
             // text; one further on stands for U+FEFF, which Latin-1 lacks.
             while (size >= 3 && memcmp(data, kBom, 3) == 0) {
                 m_sink.append('?');
+                m_changed = true;
                 data += 3;
                 size -= 3;
             }
         }
         m_atStart = false;
-        if (emlx::IsAscii(data, size))
+        if (emlx::IsAscii(data, size)) {
             m_sink.append(data, size);
-        else
+        } else {
             m_sink.append(QString::fromUtf8(data, int(size)).toLatin1());
+            m_changed = true;
+        }
     }
 
     Sink& m_sink;
     QByteArray m_pending;
     bool m_atStart = true;
+    bool m_changed = false;
 };
 
 // What the copy needs to know about one line.
@@ -233,6 +241,9 @@ struct Line {
     qint64 contentEnd = 0;      // end of its text: the first NUL, or the line end
                                 // without "\n" (and without a "\r" right before it)
     bool newline = false;       // the text ends with "\n" (no NUL came before it)
+    qint64 bytesEnd = 0;        // end of its bytes: the line end without "\n" and a
+                                // "\r" right before it
+    bool lf = false;            // the line ends with "\n"
     bool bom = false;           // the text starts with a UTF-8 byte-order mark
     bool marker = false;        // the text contains a trailer marker
     bool ascii = false;         // the text is ASCII (known for buffered lines only)
@@ -322,15 +333,20 @@ public:
     }
 
     // Copies the line's text [start + skip, contentEnd) to `out` (a functor
-    // taking a data pointer and a size). Lines that did not fit in the buffer
-    // are read again from the file.
+    // taking a data pointer and a size).
     template <class Out> bool copyText(const Line& line, qint64 skip, Out&& out) {
-        const qint64 size = line.contentEnd - line.start - skip;
+        return copyRange(line, line.start + skip, line.contentEnd, out);
+    }
+
+    // Copies the file positions [from, to) of the line to `out`. Lines that
+    // did not fit in the buffer are read again from the file.
+    template <class Out> bool copyRange(const Line& line, qint64 from, qint64 to, Out&& out) {
+        const qint64 size = to - from;
         if (line.data) {
-            out(line.data + skip, size);
+            out(line.data + (from - line.start), size);
             return true;
         }
-        if (!m_device.seek(line.start + skip))
+        if (!m_device.seek(from))
             return false;
         qint64 left = size;
         while (left > 0) {
@@ -385,6 +401,8 @@ private:
         line.contentEnd = line.start + text.size;
         line.newline = text.newline;
         line.ascii = emlx::IsAscii(data, text.size);
+        line.lf = size > 0 && data[size - 1] == '\n';
+        line.bytesEnd = line.end - (line.lf ? (size >= 2 && data[size - 2] == '\r' ? 2 : 1) : 0);
         setHead(line, data, text.size, false);
         line.marker = emlx::HasMark(data, text.size);
     }
@@ -430,6 +448,8 @@ private:
         const emlx::LineText text = emlx::TextOf(line.end - line.start, nul, beforeLast, last);
         line.contentEnd = line.start + text.size;
         line.newline = text.newline;
+        line.lf = last == '\n';
+        line.bytesEnd = line.end - (line.lf ? (beforeLast == '\r' ? 2 : 1) : 0);
     }
 
     // Searches a marker in `data`, including one that began in the bytes kept
@@ -467,18 +487,33 @@ private:
 };
 
 // The byte count on the first line (a line longer than the buffer is read
-// again for it).
-quint64 ByteCount(LineReader& reader) {
+// again for it); `countEnd` is set to the position after that line.
+quint64 ByteCount(LineReader& reader, qint64* countEnd) {
     Line line;
+    *countEnd = 0;
     if (!reader.next(line))
         return 0;
+    *countEnd = line.end;
     emlx::CountReader count;
     reader.copyText(line, 0, [&](const char* d, qint64 n) { count.Add(d, n); });
     return count.Value();
 }
 
+// Writes a message line's bytes as they are in the file, with ">" in front
+// when asked.
+void WriteBytes(LineReader& reader, const Line& line, bool escape, Sink& sink) {
+    if (escape)
+        sink.append('>');
+    reader.copyRange(line, line.start, line.bytesEnd,
+                     [&](const char* d, qint64 n) { sink.append(d, n); });
+    if (line.lf)
+        sink.append('\n');
+}
+
 // Writes a message line's text as Latin-1, with ">" in front when asked.
-void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
+// Returns whether the text had a byte of 0x80 or more (the conversion then
+// changed it).
+bool WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
     if (escape)
         sink.append('>');
     if (line.data) {
@@ -487,7 +522,7 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
             sink.append(line.data, size);
             if (line.newline)
                 sink.append('\n');
-            return;
+            return false;
         }
         // Valid UTF-8 converted in place; the decoder drops a byte-order
         // mark at the start of the text.
@@ -498,7 +533,7 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
                 if (line.newline)
                     room[written++] = '\n';
                 sink.commit(written);
-                return;
+                return true;
             }
         }
         // Anything else goes through Qt's decoder, whole, with its "\n".
@@ -506,13 +541,14 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
         if (line.newline)
             text.append('\n');
         sink.append(QString::fromUtf8(text).toLatin1());
-        return;
+        return true;
     }
     Latin1Transcoder transcoder(sink);
     reader.copyText(line, 0, [&](const char* d, qint64 n) { transcoder.add(d, n); });
     if (line.newline)
         transcoder.add("\n", 1);
     transcoder.finish();
+    return transcoder.changed();
 }
 
 // Copies a detached part file: every line's bytes up to its first NUL, with
@@ -535,20 +571,40 @@ bool CopyPartFile(const QString& path, Sink& sink, int chunk, QString* reason) {
 } // namespace
 
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
-                        const QStringList& partFiles, int chunk) {
+                        const QStringList& partFiles, const RunOptions& options, int chunk) {
+    CopyResult result;
     Sink sink(mbox, std::max(chunk, kMinimumChunk));
     sink.append(Separator());
     LineReader reader(message, chunk);
-    const quint64 count = ByteCount(reader);
+    qint64 countEnd = 0;
+    const quint64 count = ByteCount(reader, &countEnd);
+    // The status lines wait for the end of the header block; until then the
+    // header is copied line by line so that old Status lines can be dropped.
+    QByteArray status;
+    if (options.withStatus && count <= quint64(std::numeric_limits<qint64>::max() - countEnd))
+        if (const std::optional<quint64> flags =
+                MailStatus::ReadFlags(message, countEnd + qint64(count)))
+            status = MailStatus::HeaderLines(*flags);
+    bool inHeader = !status.isEmpty();
+    bool droppingStatus = false; // within a Status line and its continuation lines
+    bool lastNewline = true;     // the last header line written ended with "\n"
+    auto endHeader = [&] {
+        if (!inHeader)
+            return;
+        if (!lastNewline)
+            sink.append('\n');
+        sink.append(status);
+        inHeader = false;
+    };
     int partIndex = 0;
     Line line;
     for (;;) {
-        if (reader.copyPlainRun(sink, partial))
+        if (!inHeader && reader.copyPlainRun(sink, partial))
             continue;
         if (!reader.next(line))
             break;
         const bool escape = line.startsWith("From ", 5);
-        if (!escape && line.isEmpty())
+        if (!escape && !options.keepBytes && line.isEmpty())
             continue;
         if (line.marker) {
             // A trailer line; inside the message (before the byte count is
@@ -556,6 +612,19 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             if (quint64(line.end) > count)
                 break;
             continue;
+        }
+        if (inHeader) {
+            if (line.isBlank()) {
+                endHeader();
+            } else {
+                const bool continuation =
+                    line.headLen > 0 && (line.head[0] == ' ' || line.head[0] == '\t');
+                if (!continuation)
+                    droppingStatus = !escape && MailStatus::IsStatusHeader(line.head, line.headLen);
+                if (droppingStatus)
+                    continue;
+                lastNewline = options.keepBytes ? line.lf : line.newline;
+            }
         }
         if (partial && !escape && line.startsWith(kPartHeader, kPartHeaderLen)) {
             // Drop the rest of this part's header block, up to its blank line.
@@ -566,11 +635,24 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                     break;
                 }
             }
+            if (inHeader) {
+                lastNewline = true;
+                endHeader();
+            }
             if (partIndex < partFiles.size()) {
                 sink.append('\n');
                 QString reason;
-                if (!CopyPartFile(partFiles.at(partIndex), sink, chunk, &reason))
-                    return {false, partFiles.at(partIndex), reason};
+                const QString& part = partFiles.at(partIndex);
+                if (CopyPartFile(part, sink, chunk, &reason)) {
+                    ++result.partsFromEmlxpart;
+                } else if (options.keepGoing) {
+                    result.skippedParts.append({part, reason});
+                } else {
+                    result.complete = false;
+                    result.failedPart = part;
+                    result.reason = reason;
+                    return result;
+                }
                 sink.append('\n');
             }
             ++partIndex;
@@ -578,9 +660,13 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                 sink.append('\n');
             continue;
         }
-        WriteText(reader, line, escape, sink);
+        if (options.keepBytes)
+            WriteBytes(reader, line, escape, sink);
+        else if (WriteText(reader, line, escape, sink))
+            result.converted = true;
     }
-    return {};
+    endHeader();
+    return result;
 }
 
 bool OpenForReading(QFile& file, const QString& path, QString* reason) {

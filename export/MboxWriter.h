@@ -7,6 +7,8 @@
 // chunk; a line longer than a chunk is read twice (once to decide, once to
 // copy) and gives the same bytes as a line held whole.
 
+#include "scanner/RunResult.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -28,8 +30,11 @@ inline QByteArray Separator() {
 // not be opened (what came before it is written).
 struct CopyResult {
     bool complete = true;
-    QString failedPart; // the part file
-    QString reason;     // why it could not be opened
+    QString failedPart;                     // the part file
+    QString reason;                         // why it could not be opened
+    bool converted = false;                 // the Latin-1 conversion changed a copied line
+    quint64 partsFromEmlxpart = 0;          // detached parts put back
+    QList<RunResult::Skipped> skippedParts; // part files left out (keep-going)
 };
 
 // Writes one message to mbox: the separator, then every line after the byte
@@ -38,8 +43,14 @@ struct CopyResult {
 // "X-Apple-Content-Length: " header is replaced by the body held in the next
 // file of `partFiles` (emlx::PartFileCandidates). `chunk` is the read size
 // (tests use small ones).
+//
+// Options: `keepBytes` writes each line's bytes instead of its text through
+// Latin-1; `withStatus` puts Status and X-Status lines, made from the
+// trailer's flags, at the end of the header block; `keepGoing` leaves out a
+// part file that cannot be read instead of ending there.
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
-                        const QStringList& partFiles, int chunk = kDefaultChunk);
+                        const QStringList& partFiles, const RunOptions& options = {},
+                        int chunk = kDefaultChunk);
 
 // Open files by their names (unbuffered; the writer buffers itself). Only a
 // regular file is opened for reading; `reason` says why one was not.

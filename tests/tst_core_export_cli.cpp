@@ -89,6 +89,13 @@ private slots:
         QStringList listing = QString::fromUtf8(r.out).split('\n', Qt::SkipEmptyParts);
         QCOMPARE(listing.takeFirst(), package);
         QCOMPARE(listing.takeLast(), QString("17 of 17 messages written"));
+        QCOMPARE(listing.takeLast(),
+                 QString("2 detached parts restored (2 from .emlxpart files, 0 from Attachments "
+                         "folders)"));
+        QCOMPARE(listing.takeLast(), QString("3 messages were changed by the Latin-1 conversion "
+                                             "(--keep-bytes keeps the text as it is)"));
+        QCOMPARE(listing.filter(", 1 changed by the Latin-1 conversion)").size(), 3);
+        listing.replaceInStrings(", 1 changed by the Latin-1 conversion)", ")");
         QStringList mboxes;
         for (const QString& f : files)
             if (f.startsWith("Mail/")) {
