@@ -86,11 +86,13 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                     const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
                         message, mbox, partial,
                         partial ? emlx::PartFileCandidates(path, parts) : QStringList(),
-                        MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
+                        thread.m_options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
                     mbox.close();
-                    result.partsFromEmlxpart += quint64(copy.fromEmlxpart);
-                    result.partsFromAttachments += quint64(copy.fromAttachments);
-                    for (const QString& name : copy.missing)
+                    for (const RunResult::Skipped& part : copy.skippedParts)
+                        result.Skip(part.path, part.reason);
+                    result.partsFromEmlxpart += copy.partsFromEmlxpart;
+                    result.partsFromAttachments += copy.partsFromAttachments;
+                    for (const QString& name : copy.missingParts)
                         result.missingParts.append({path, name});
                     // A detached part that cannot be read ends the export;
                     // what was written so far is kept.
@@ -99,7 +101,7 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                                      copy.reason, MessagesFrom(folder, item));
                         return result;
                     }
-                    result.Count(mboxPath);
+                    result.Count(mboxPath, copy.converted);
                 }
             }
             emit thread.CurrentValue();

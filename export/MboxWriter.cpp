@@ -1,4 +1,5 @@
 #include "export/MboxWriter.h"
+#include "export/MailStatus.h"
 #include "export/PartEncoding.h"
 #include "scanner/DetachedParts.h"
 #include "scanner/EmlxLines.h"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -187,6 +189,8 @@ public:
         decode(m_pending.constData(), m_pending.size());
         m_pending.clear();
     }
+    // A byte of 0x80 or more went through the conversion.
+    bool changed() const { return m_changed; }
 
 private:
     // Bytes at the end that start a sequence still missing continuation bytes.
@@ -212,20 +216,24 @@ private:
             // text; one further on stands for U+FEFF, which Latin-1 lacks.
             while (size >= 3 && memcmp(data, kBom, 3) == 0) {
                 m_sink.append('?');
+                m_changed = true;
                 data += 3;
                 size -= 3;
             }
         }
         m_atStart = false;
-        if (emlx::IsAscii(data, size))
+        if (emlx::IsAscii(data, size)) {
             m_sink.append(data, size);
-        else
+        } else {
             m_sink.append(QString::fromUtf8(data, int(size)).toLatin1());
+            m_changed = true;
+        }
     }
 
     Sink& m_sink;
     QByteArray m_pending;
     bool m_atStart = true;
+    bool m_changed = false;
 };
 
 // What the copy needs to know about one line.
@@ -235,6 +243,9 @@ struct Line {
     qint64 contentEnd = 0;      // end of its text: the first NUL, or the line end
                                 // without "\n" (and without a "\r" right before it)
     bool newline = false;       // the text ends with "\n" (no NUL came before it)
+    qint64 bytesEnd = 0;        // end of its bytes: the line end without "\n" and a
+                                // "\r" right before it
+    bool lf = false;            // the line ends with "\n"
     bool bom = false;           // the text starts with a UTF-8 byte-order mark
     bool marker = false;        // the text contains a trailer marker
     bool ascii = false;         // the text is ASCII (known for buffered lines only)
@@ -324,15 +335,20 @@ public:
     }
 
     // Copies the line's text [start + skip, contentEnd) to `out` (a functor
-    // taking a data pointer and a size). Lines that did not fit in the buffer
-    // are read again from the file.
+    // taking a data pointer and a size).
     template <class Out> bool copyText(const Line& line, qint64 skip, Out&& out) {
-        const qint64 size = line.contentEnd - line.start - skip;
+        return copyRange(line, line.start + skip, line.contentEnd, out);
+    }
+
+    // Copies the file positions [from, to) of the line to `out`. Lines that
+    // did not fit in the buffer are read again from the file.
+    template <class Out> bool copyRange(const Line& line, qint64 from, qint64 to, Out&& out) {
+        const qint64 size = to - from;
         if (line.data) {
-            out(line.data + skip, size);
+            out(line.data + (from - line.start), size);
             return true;
         }
-        if (!m_device.seek(line.start + skip))
+        if (!m_device.seek(from))
             return false;
         qint64 left = size;
         while (left > 0) {
@@ -387,6 +403,8 @@ private:
         line.contentEnd = line.start + text.size;
         line.newline = text.newline;
         line.ascii = emlx::IsAscii(data, text.size);
+        line.lf = size > 0 && data[size - 1] == '\n';
+        line.bytesEnd = line.end - (line.lf ? (size >= 2 && data[size - 2] == '\r' ? 2 : 1) : 0);
         setHead(line, data, text.size, false);
         line.marker = emlx::HasMark(data, text.size);
     }
@@ -432,6 +450,8 @@ private:
         const emlx::LineText text = emlx::TextOf(line.end - line.start, nul, beforeLast, last);
         line.contentEnd = line.start + text.size;
         line.newline = text.newline;
+        line.lf = last == '\n';
+        line.bytesEnd = line.end - (line.lf ? (beforeLast == '\r' ? 2 : 1) : 0);
     }
 
     // Searches a marker in `data`, including one that began in the bytes kept
@@ -469,18 +489,33 @@ private:
 };
 
 // The byte count on the first line (a line longer than the buffer is read
-// again for it).
-quint64 ByteCount(LineReader& reader) {
+// again for it); `countEnd` is set to the position after that line.
+quint64 ByteCount(LineReader& reader, qint64* countEnd) {
     Line line;
+    *countEnd = 0;
     if (!reader.next(line))
         return 0;
+    *countEnd = line.end;
     emlx::CountReader count;
     reader.copyText(line, 0, [&](const char* d, qint64 n) { count.Add(d, n); });
     return count.Value();
 }
 
+// Writes a message line's bytes as they are in the file, with ">" in front
+// when asked.
+void WriteBytes(LineReader& reader, const Line& line, bool escape, Sink& sink) {
+    if (escape)
+        sink.append('>');
+    reader.copyRange(line, line.start, line.bytesEnd,
+                     [&](const char* d, qint64 n) { sink.append(d, n); });
+    if (line.lf)
+        sink.append('\n');
+}
+
 // Writes a message line's text as Latin-1, with ">" in front when asked.
-void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
+// Returns whether the text had a byte of 0x80 or more (the conversion then
+// changed it).
+bool WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
     if (escape)
         sink.append('>');
     if (line.data) {
@@ -489,7 +524,7 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
             sink.append(line.data, size);
             if (line.newline)
                 sink.append('\n');
-            return;
+            return false;
         }
         // Valid UTF-8 converted in place; the decoder drops a byte-order
         // mark at the start of the text.
@@ -500,7 +535,7 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
                 if (line.newline)
                     room[written++] = '\n';
                 sink.commit(written);
-                return;
+                return true;
             }
         }
         // Anything else goes through Qt's decoder, whole, with its "\n".
@@ -508,13 +543,14 @@ void WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
         if (line.newline)
             text.append('\n');
         sink.append(QString::fromUtf8(text).toLatin1());
-        return;
+        return true;
     }
     Latin1Transcoder transcoder(sink);
     reader.copyText(line, 0, [&](const char* d, qint64 n) { transcoder.add(d, n); });
     if (line.newline)
         transcoder.add("\n", 1);
     transcoder.finish();
+    return transcoder.changed();
 }
 
 // Copies a detached part file: every line's bytes up to its first NUL, with
@@ -534,41 +570,65 @@ bool CopyPartFile(const QString& path, Sink& sink, int chunk, QString* reason) {
     return true;
 }
 
-// Writes a removed part back from Mail's decoded file, after its
-// "X-Apple-Content-Length: " line: the rest of its header block, the blank
-// line, the file encoded as the part says, a line feed.
-bool RestorePart(LineReader& reader, const DetachedPart& part, Sink& sink, int chunk,
-                 QString* reason) {
-    QFile file;
-    if (!OpenForReading(file, part.file, reason))
-        return false;
+CopyResult Failed(CopyResult& result, const QString& part, const QString& reason) {
+    result.complete = false;
+    result.failedPart = part;
+    result.reason = reason;
+    return result;
+}
+
+// Writes the rest of a removed part's header block, after its
+// "X-Apple-Content-Length: " line, up to its blank line (read, not written).
+// Returns whether a copied line was changed by the Latin-1 conversion.
+bool WriteRestOfPartHeader(LineReader& reader, Sink& sink, bool keepBytes) {
+    bool converted = false;
     Line line;
-    while (reader.next(line) && !line.isBlank())
-        if (!line.startsWith(kPartHeader, kPartHeaderLen))
-            WriteText(reader, line, line.startsWith("From ", 5), sink);
-    sink.append('\n');
-    const bool read = PartEncoding::Encode(
-        file, part.encoding, [&](const char* d, qint64 n) { sink.append(d, n); }, chunk);
-    sink.append('\n');
-    if (!read)
-        *reason = file.errorString();
-    return read;
+    while (reader.next(line) && !line.isBlank()) {
+        if (line.startsWith(kPartHeader, kPartHeaderLen))
+            continue;
+        const bool escape = line.startsWith("From ", 5);
+        if (keepBytes)
+            WriteBytes(reader, line, escape, sink);
+        else if (WriteText(reader, line, escape, sink))
+            converted = true;
+    }
+    return converted;
 }
 
 } // namespace
 
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
-                        const QStringList& partFiles, int chunk, RemovedParts* removed) {
+                        const QStringList& partFiles, const RunOptions& options, int chunk,
+                        RemovedParts* removed) {
+    CopyResult result;
     Sink sink(mbox, std::max(chunk, kMinimumChunk));
     sink.append(Separator());
     LineReader reader(message, chunk);
-    const quint64 count = ByteCount(reader);
-    CopyResult result;
+    qint64 countEnd = 0;
+    const quint64 count = ByteCount(reader, &countEnd);
+    // The status lines wait for the end of the header block; until then the
+    // header is copied line by line so that old Status lines can be dropped.
+    QByteArray status;
+    if (options.withStatus && count <= quint64(std::numeric_limits<qint64>::max() - countEnd))
+        if (const std::optional<quint64> flags =
+                MailStatus::ReadFlags(message, countEnd + qint64(count)))
+            status = MailStatus::HeaderLines(*flags);
+    bool inHeader = !status.isEmpty();
+    bool droppingStatus = false; // within a Status line and its continuation lines
+    bool lastNewline = true;     // the last header line written ended with "\n"
+    auto endHeader = [&] {
+        if (!inHeader)
+            return;
+        if (!lastNewline)
+            sink.append('\n');
+        sink.append(status);
+        inHeader = false;
+    };
     int partIndex = 0;
     bool dropBlank = false; // the blank lines of a restored part's empty body
     Line line;
     for (;;) {
-        if (!dropBlank && reader.copyPlainRun(sink, partial))
+        if (!inHeader && !dropBlank && reader.copyPlainRun(sink, partial))
             continue;
         if (!reader.next(line))
             break;
@@ -576,7 +636,7 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             continue;
         dropBlank = false;
         const bool escape = line.startsWith("From ", 5);
-        if (!escape && line.isEmpty())
+        if (!escape && !options.keepBytes && line.isEmpty())
             continue;
         if (line.marker) {
             // A trailer line; inside the message (before the byte count is
@@ -585,25 +645,57 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                 break;
             continue;
         }
+        if (inHeader) {
+            if (line.isBlank()) {
+                endHeader();
+            } else {
+                const bool continuation =
+                    line.headLen > 0 && (line.head[0] == ' ' || line.head[0] == '\t');
+                if (!continuation)
+                    droppingStatus = !escape && MailStatus::IsStatusHeader(line.head, line.headLen);
+                if (droppingStatus)
+                    continue;
+                lastNewline = options.keepBytes ? line.lf : line.newline;
+            }
+        }
         if (partial && !escape && line.startsWith(kPartHeader, kPartHeaderLen)) {
+            // Once the .emlxpart files are used up, a removed part comes back
+            // whole from Mail's decoded file.
             const DetachedPart* part =
                 removed && partIndex >= partFiles.size() ? removed->At(line.end) : nullptr;
-            if (part && !part->file.isEmpty()) {
+            QFile decoded;
+            QString why;
+            if (part && !part->file.isEmpty() && !OpenForReading(decoded, part->file, &why)) {
+                if (!options.keepGoing)
+                    return Failed(result, part->file, why);
+                result.skippedParts.append({part->file, why});
+            }
+            if (decoded.isOpen()) {
                 ++partIndex;
-                QString reason;
-                if (!RestorePart(reader, *part, sink, chunk, &reason)) {
-                    result.complete = false;
-                    result.failedPart = part->file;
-                    result.reason = reason;
-                    return result;
+                if (WriteRestOfPartHeader(reader, sink, options.keepBytes))
+                    result.converted = true;
+                if (inHeader) {
+                    lastNewline = true;
+                    endHeader();
                 }
-                ++result.fromAttachments;
+                sink.append('\n');
+                const bool read = PartEncoding::Encode(
+                    decoded, part->encoding, [&](const char* d, qint64 n) { sink.append(d, n); },
+                    chunk);
+                sink.append('\n');
+                if (read)
+                    ++result.partsFromAttachments;
+                else if (options.keepGoing)
+                    result.skippedParts.append({part->file, decoded.errorString()});
+                else
+                    return Failed(result, part->file, decoded.errorString());
                 dropBlank = true;
                 continue;
             }
-            if (part)
-                result.missing << (part->name.isEmpty() ? QStringLiteral("part ") + part->section
-                                                        : part->name);
+            if (part && part->file.isEmpty())
+                result.missingParts
+                    << (part->name.isEmpty() ? QStringLiteral("part ") + part->section
+                                             : part->name);
             // Drop the rest of this part's header block, up to its blank line.
             bool blank = false;
             while (reader.next(line)) {
@@ -612,25 +704,37 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                     break;
                 }
             }
+            if (inHeader) {
+                lastNewline = true;
+                endHeader();
+            }
             if (partIndex < partFiles.size()) {
                 sink.append('\n');
                 QString reason;
-                if (!CopyPartFile(partFiles.at(partIndex), sink, chunk, &reason)) {
+                const QString& part = partFiles.at(partIndex);
+                if (CopyPartFile(part, sink, chunk, &reason)) {
+                    ++result.partsFromEmlxpart;
+                } else if (options.keepGoing) {
+                    result.skippedParts.append({part, reason});
+                } else {
                     result.complete = false;
-                    result.failedPart = partFiles.at(partIndex);
+                    result.failedPart = part;
                     result.reason = reason;
                     return result;
                 }
                 sink.append('\n');
-                ++result.fromEmlxpart;
             }
             ++partIndex;
             if (blank)
                 sink.append('\n');
             continue;
         }
-        WriteText(reader, line, escape, sink);
+        if (options.keepBytes)
+            WriteBytes(reader, line, escape, sink);
+        else if (WriteText(reader, line, escape, sink))
+            result.converted = true;
     }
+    endHeader();
     return result;
 }
 

@@ -7,6 +7,8 @@
 // chunk; a line longer than a chunk is read twice (once to decide, once to
 // copy) and gives the same bytes as a line held whole.
 
+#include "scanner/RunResult.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -30,11 +32,13 @@ inline QByteArray Separator() {
 // parts that Mail kept apart.
 struct CopyResult {
     bool complete = true;
-    QString failedPart;      // the part file
-    QString reason;          // why it could not be read
-    int fromEmlxpart = 0;    // parts put back from .emlxpart files
-    int fromAttachments = 0; // ... and from Mail's decoded files under Attachments
-    QStringList missing;     // names of removed parts found in neither form
+    QString failedPart;                     // the part file
+    QString reason;                         // why it could not be read
+    bool converted = false;                 // the Latin-1 conversion changed a copied line
+    quint64 partsFromEmlxpart = 0;          // detached parts put back from .emlxpart files
+    quint64 partsFromAttachments = 0;       // ... and from Mail's decoded files
+    QStringList missingParts;               // names of removed parts found in neither form
+    QList<RunResult::Skipped> skippedParts; // part files left out (keep-going)
 };
 
 // Writes one message to mbox: the separator, then every line after the byte
@@ -43,13 +47,18 @@ struct CopyResult {
 // "X-Apple-Content-Length: " header is replaced by the body held in the next
 // file of `partFiles` (emlx::PartFileCandidates). Once those are used up,
 // a part that `removed` knows (scanner/DetachedParts.h) is written back
-// whole from its decoded file: its header lines without
+// whole from Mail's decoded file: its header lines without
 // "X-Apple-Content-Length: ", the blank line, the file encoded in the
-// part's transfer encoding (export/PartEncoding.h) and a line feed. `chunk`
-// is the read size (tests use small ones).
+// part's transfer encoding (export/PartEncoding.h) and a line feed.
+// `chunk` is the read size (tests use small ones).
+//
+// Options: `keepBytes` writes each line's bytes instead of its text through
+// Latin-1; `withStatus` puts Status and X-Status lines, made from the
+// trailer's flags, at the end of the header block; `keepGoing` leaves out a
+// part file that cannot be read instead of ending there.
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
-                        const QStringList& partFiles, int chunk = kDefaultChunk,
-                        RemovedParts* removed = nullptr);
+                        const QStringList& partFiles, const RunOptions& options = {},
+                        int chunk = kDefaultChunk, RemovedParts* removed = nullptr);
 
 // Open files by their names (unbuffered; the writer buffers itself). Only a
 // regular file is opened for reading; `reason` says why one was not.

@@ -226,12 +226,12 @@ private slots:
         out.open(QIODevice::WriteOnly);
         RemovedParts removed(path);
         const MboxWriter::CopyResult r =
-            MboxWriter::WriteMessage(message, out, true, parts, 64, &removed);
+            MboxWriter::WriteMessage(message, out, true, parts, {}, 64, &removed);
         QVERIFY(r.complete);
         QCOMPARE(out.data(), kSep + head + pdf + txt + "\nx=3D1\n\n" + png + "\n--b--\n");
-        QCOMPARE(r.fromEmlxpart, emlxparts);
-        QCOMPARE(r.fromAttachments, 2 - emlxparts);
-        QCOMPARE(r.missing, QStringList{"c.png"});
+        QCOMPARE(r.partsFromEmlxpart, quint64(emlxparts));
+        QCOMPARE(r.partsFromAttachments, quint64(2 - emlxparts));
+        QCOMPARE(r.missingParts, QStringList{"c.png"});
     }
 };
 

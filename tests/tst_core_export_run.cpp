@@ -118,6 +118,14 @@ private slots:
         // The run ends at a detached part it cannot open; the message stays
         // as far as it was written.
         QTest::newRow("missing part file") << "1111" << 5 << "part" << 3 << 2 << 1 << cut;
+        // Asked to keep going, the run leaves out what it cannot read and
+        // lists it.
+        QTest::newRow("keep going: missing message file")
+            << "1111" << 5 << "message+keep" << 5 << 1 << 1 << part;
+        QTest::newRow("keep going: folder named like a message")
+            << "1111" << 5 << "folder+keep" << 5 << 1 << 1 << part;
+        QTest::newRow("keep going: missing part file")
+            << "1111" << 5 << "part+keep" << 5 << 2 << 1 << cut + "\n\n--b--\n";
     }
     void run() {
         QFETCH(QString, ticks);
@@ -128,14 +136,19 @@ private slots:
         QFETCH(int, projects);
         QFETCH(QByteArray, partMbox);
         build(ticks);
-        if (damage == "message")
+        const bool keepGoing = damage.endsWith("+keep");
+        damage.remove("+keep");
+        if (damage == "message" || damage == "folder")
             QVERIFY(QFile::remove(m_store + kMessages[1].second));
+        if (damage == "folder")
+            QVERIFY(QDir().mkpath(m_store + kMessages[1].second));
         if (damage == "mbox")
             QVERIFY(QDir().mkpath(m_package + kWorkMbox));
         if (damage == "part")
             listOfPathOfEmlxPart = {m_store + "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"};
         const int stopAfter = damage.startsWith("stop") ? damage.mid(4).toInt() : -1;
         ScaningThread thread;
+        thread.m_options.keepGoing = keepGoing;
         bStopFlag = stopAfter == 0; // after the thread object, which clears it
         QSignalSpy shown(&thread, &ScaningThread::OnShowingScanProgBar);
         QSignalSpy settings(&thread, &ScaningThread::OnSettingsForPrgBar);
@@ -164,12 +177,17 @@ private slots:
         // The result says where the run ended and what was left undone; a
         // message cut short at its part file is not counted as written.
         const RunResult& result = thread.LastExport();
-        const QString endedAt = damage == "message" ? kMessages[1].second
+        const QString endedAt = damage == "message" || damage == "folder" ? kMessages[1].second
                                 : damage == "part" ? "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"
                                                    : QString();
-        QCOMPARE(result.EndedAtFile(), !endedAt.isEmpty());
-        QCOMPARE(result.ending == RunResult::Ending::Stopped, stopAfter >= 0);
-        if (!endedAt.isEmpty()) {
+        QCOMPARE(result.EndedAtFile(), !endedAt.isEmpty() && !keepGoing);
+        if (keepGoing) {
+            QCOMPARE(result.skipped.size(), 1);
+            QCOMPARE(result.skipped[0].path, m_store + endedAt);
+            QVERIFY(!result.skipped[0].reason.isEmpty());
+            QCOMPARE(result.done, quint64(damage == "part" ? 4 : 3));
+        } else if (!endedAt.isEmpty()) {
+            QCOMPARE(result.ending == RunResult::Ending::Stopped, stopAfter >= 0);
             QCOMPARE(result.file, m_store + endedAt);
             QCOMPARE(result.reason, QString("No such file or directory"));
             QCOMPARE(result.notDone, quint64(total - progress));
@@ -182,8 +200,8 @@ private slots:
         QDirIterator it(m_package + "/Mail", QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const QString file = it.next();
-            const int whole =
-                ReadFile(file).count(kSep) - (file.endsWith(kPartMbox) && damage == "part");
+            const int whole = ReadFile(file).count(kSep) -
+                              (file.endsWith(kPartMbox) && damage == "part" && !keepGoing);
             if (whole > 0)
                 files << file.mid(m_package.size()) + " " + QString::number(whole);
         }

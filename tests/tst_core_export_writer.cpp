@@ -9,6 +9,7 @@
 #include <QRandomGenerator>
 #include <QtTest>
 
+#include <algorithm>
 #include <limits>
 
 using TestSupport::Emlx;
@@ -20,9 +21,12 @@ const QByteArray kXml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 const QByteArray kDoctype = "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\">";
 
 // The writer's rules applied to the lines of the scanner's reader: the oracle
-// for the chunked implementation. `count` is Qt's reading of the first line.
-QByteArray Reference(const QString& path, bool partial, const QStringList& parts, quint64* count) {
+// for the chunked implementation. `count` is Qt's reading of the first line;
+// `converted` tells whether a copied line had a byte of 0x80 or more.
+QByteArray Reference(const QString& path, bool partial, const QStringList& parts, bool keepBytes,
+                     quint64* count, bool* converted) {
     QByteArray out = kSep;
+    *converted = false;
     MessageFile file;
     emlx::Line line;
     *count = 0;
@@ -32,9 +36,10 @@ QByteArray Reference(const QString& path, bool partial, const QStringList& parts
     int partIndex = 0;
     while (file.ReadLine(&line)) {
         QString l = line.Text();
-        if (l.startsWith("From "))
+        const bool escape = l.startsWith("From ");
+        if (escape)
             l.prepend('>');
-        if (l.isEmpty())
+        if (l.isEmpty() && !keepBytes)
             continue;
         if (l.contains(kXml) || l.contains("<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST ")) {
             if (quint64(line.next) > n)
@@ -59,15 +64,32 @@ QByteArray Reference(const QString& path, bool partial, const QStringList& parts
                 out += "\n";
             continue;
         }
+        if (keepBytes) {
+            out += (escape ? ">" : "") + QByteArray(line.p, int(line.rawLen)) +
+                   (line.rawNl ? "\n" : "");
+            continue;
+        }
+        const QByteArray text = line.Bytes();
+        *converted =
+            *converted || std::any_of(text.begin(), text.end(), [](char c) { return c & 0x80; });
         out += l.toLatin1();
     }
     return out;
 }
 
-// One row of the copy table; `expected` is what follows the separator.
+// One row of the copy table; `expected` is what follows the separator, and
+// `bytes` the same with the bytes kept (when they differ).
 void Row(const QString& name, const QByteArray& file, const QByteArray& expected,
-         bool partial = false, const QList<QByteArray>& parts = {}) {
-    QTest::newRow(qPrintable(name)) << file << partial << parts << expected;
+         bool partial = false, const QList<QByteArray>& parts = {},
+         const QByteArray& bytes = QByteArray()) {
+    QTest::newRow(qPrintable(name))
+        << file << partial << parts << expected << (bytes.isNull() ? expected : bytes);
+}
+
+// An .emlx file whose trailer's dictionary holds `entries`.
+QByteArray WithTrailer(const QByteArray& message, const QByteArray& entries) {
+    return QByteArray::number(message.size()) + "\n" + message + kXml + "\n" + kDoctype +
+           "\n<plist version=\"1.0\">\n<dict>\n" + entries + "</dict>\n</plist>\n";
 }
 
 } // namespace
@@ -80,17 +102,21 @@ private slots:
         QTest::addColumn<bool>("partial");
         QTest::addColumn<QList<QByteArray>>("parts");
         QTest::addColumn<QByteArray>("expected");
+        QTest::addColumn<QByteArray>("bytes");
         Row("from escaped once, blank lines kept",
             Emlx("A: b\n\nFrom here\n>From there\nfrom low\nFrom:x\n From y\nFrom\n\n"),
             "A: b\n\n>From here\n>From there\nfrom low\nFrom:x\n From y\nFrom\n\n");
         Row("crlf read as lf", Emlx("A: b\r\n\r\nbody\r\nlone\rcr\r\n"),
             "A: b\n\nbody\nlone\rcr\n");
         Row("utf-8 becomes latin-1, 8-bit latin-1 is not utf-8",
-            Emlx("caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\ncaf\xE9\n"), "caf\xE9 ? ??\ncaf?\n");
+            Emlx("caf\xC3\xA9 \xD0\x96 \xE2\x82\xAC \xF0\x9F\x98\x80\ncaf\xE9\n"),
+            "caf\xE9 ? ? ??\ncaf?\n", false, {},
+            "caf\xC3\xA9 \xD0\x96 \xE2\x82\xAC \xF0\x9F\x98\x80\ncaf\xE9\n");
         Row("text ends at a nul, a line starting with one is skipped",
-            Emlx(QByteArray("ab\0cd\nnext\n\0junk\nx\n", 19)), "abnext\nx\n");
+            Emlx(QByteArray("ab\0cd\nnext\n\0junk\nx\n", 19)), "abnext\nx\n", false, {},
+            QByteArray("ab\0cd\nnext\n\0junk\nx\n", 19));
         Row("byte-order mark dropped before From", Emlx("\357\273\277From a\nb\357\273\277\n"),
-            ">From a\nb?\n");
+            ">From a\nb?\n", false, {}, ">\357\273\277From a\nb\357\273\277\n");
         Row("markers inside the message are dropped",
             Emlx("a\nsee " + kXml + " here\nb\n" + kDoctype + "\nc\nmore text\n"),
             "a\nb\nc\nmore text\n");
@@ -125,7 +151,8 @@ private slots:
             ">From " + big + "\n" + big);
         Row("huge: marker far in, past the count", "10\na\n" + big + kXml + "\nz\n", "a\n");
         Row("huge: text after a nul is dropped, a marker there too",
-            "10\n" + big + QByteArray(1, '\0') + big + kXml + "\nz\n", big + "z\n");
+            "10\n" + big + QByteArray(1, '\0') + big + kXml + "\nz\n", big + "z\n", false, {},
+            big + QByteArray(1, '\0') + big + kXml + "\nz\n");
 
         // Each detached body replaces its part's X-Apple-Content-Length header.
         const QByteArray head = "Content-Type: multipart/mixed; boundary=b\n\n--b\n"
@@ -186,6 +213,7 @@ private slots:
         QFETCH(bool, partial);
         QFETCH(QList<QByteArray>, parts);
         QFETCH(QByteArray, expected);
+        QFETCH(QByteArray, bytes);
         QTemporaryDir dir;
         QStringList paths;
         for (const QByteArray& part : parts) {
@@ -194,21 +222,84 @@ private slots:
         }
         const QString path = dir.filePath("1.emlx");
         QVERIFY(TestSupport::WriteFile(path, file));
-        quint64 count;
-        const QByteArray reference = Reference(path, partial, paths, &count);
-        if (!expected.isNull())
-            QCOMPARE(reference, kSep + expected);
-        MessageFile scanned;
-        QVERIFY(scanned.Open(path));
-        QCOMPARE(quint64(scanned.FirstLineCount()),
-                 qMin<quint64>(count, std::numeric_limits<qint64>::max()));
-        for (int chunk : {64, 65, 66, 67, 70, 81, 100, 127, 500, MboxWriter::kDefaultChunk}) {
-            QBuffer in, out;
-            in.setData(file);
-            in.open(QIODevice::ReadOnly);
-            out.open(QIODevice::WriteOnly);
-            MboxWriter::WriteMessage(in, out, partial, paths, chunk);
-            QCOMPARE(out.data(), reference);
+        for (bool keepBytes : {false, true}) {
+            quint64 count;
+            bool converted;
+            const QByteArray reference =
+                Reference(path, partial, paths, keepBytes, &count, &converted);
+            if (!expected.isNull())
+                QCOMPARE(reference, kSep + (keepBytes ? bytes : expected));
+            MessageFile scanned;
+            QVERIFY(scanned.Open(path));
+            QCOMPARE(quint64(scanned.FirstLineCount()),
+                     qMin<quint64>(count, std::numeric_limits<qint64>::max()));
+            RunOptions options;
+            options.keepBytes = keepBytes;
+            for (int chunk : {64, 65, 66, 67, 70, 81, 100, 127, 500, MboxWriter::kDefaultChunk}) {
+                QBuffer in, out;
+                in.setData(file);
+                in.open(QIODevice::ReadOnly);
+                out.open(QIODevice::WriteOnly);
+                const MboxWriter::CopyResult result =
+                    MboxWriter::WriteMessage(in, out, partial, paths, options, chunk);
+                QCOMPARE(out.data(), reference);
+                QCOMPARE(result.converted, converted);
+            }
+        }
+    }
+
+    // Status lines from the trailer's flags close the header block, in place
+    // of those the message had.
+    void status_data() {
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<bool>("partial");
+        QTest::addColumn<QByteArray>("expected");
+        auto flags = [](const char* n) {
+            return QByteArray("\t<key>flags</key>\n\t<integer>") + n + "</integer>\n";
+        };
+        const QByteArray mail = "From: a\nstatus: O\nX-Status: D\n  more\nTo: b\n\nStatus: body\n";
+        const QByteArray kept = "From: a\nTo: b\n";
+        QTest::newRow("read, answered, flagged")
+            << WithTrailer(mail, flags("21")) << false
+            << kept + "Status: RO\nX-Status: AF\n\nStatus: body\n";
+        QTest::newRow("unread, deleted; other keys first")
+            << WithTrailer(mail, "\t<key>date-sent</key>\n\t<integer>5</integer>\n" + flags("2"))
+            << false << kept + "Status: O\nX-Status: D\n\nStatus: body\n";
+        QTest::newRow("above 2^63 written negative")
+            << WithTrailer("A: b\n\nx\n", flags("-9223372036854775807")) << false
+            << QByteArray("A: b\nStatus: RO\n\nx\n");
+        QTest::newRow("header block never ends") << WithTrailer("A: b\r\nC: d\n", flags("1"))
+                                                 << false << QByteArray("A: b\nC: d\nStatus: RO\n");
+        QTest::newRow("no flags: nested ones do not count")
+            << WithTrailer(mail, "\t<key>x</key>\n\t<dict>\n" + flags("1") + "\t</dict>\n") << false
+            << mail;
+        QTest::newRow("no trailer")
+            << QByteArray("8\nA: b\n\nx\n") << false << QByteArray("A: b\n\nx\n");
+        QTest::newRow("count too large") << QByteArray("99999999999999999999\nA: b\n\nx\n") << false
+                                         << QByteArray("A: b\n\nx\n");
+        QTest::newRow("whole body detached")
+            << WithTrailer("A: b\nX-Apple-Content-Length: 3\nC: d\n\n", flags("16")) << true
+            << QByteArray("A: b\nStatus: O\nX-Status: F\n\nP\n\n");
+    }
+    void status() {
+        QFETCH(QByteArray, file);
+        QFETCH(bool, partial);
+        QFETCH(QByteArray, expected);
+        QTemporaryDir dir;
+        const QString part = dir.filePath("1.2.emlxpart");
+        QVERIFY(TestSupport::WriteFile(part, "P"));
+        RunOptions options;
+        options.withStatus = true;
+        for (bool keepBytes : {false, true}) {
+            options.keepBytes = keepBytes;
+            for (int chunk : {64, MboxWriter::kDefaultChunk}) {
+                QBuffer in, out;
+                in.setData(file);
+                in.open(QIODevice::ReadOnly);
+                out.open(QIODevice::WriteOnly);
+                MboxWriter::WriteMessage(in, out, partial, {part}, options, chunk);
+                QCOMPARE(out.data(), kSep + expected);
+            }
         }
     }
 };
