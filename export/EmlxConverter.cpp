@@ -9,6 +9,8 @@
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
 
+#include <QHash>
+
 namespace {
 
 // Messages of the fully ticked folders from `item` (of `folder`) on.
@@ -45,6 +47,13 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
 
     const QString package = saveDir + mainIdentity;
     const QStringList parts = listOfPathOfEmlxPart;
+    // The mbox file of each message folder, found (and made) once. The mbox
+    // file stays open from one message to the next of the same file; every
+    // message is on disk when the next begins, as it would be if the file
+    // were opened for each message.
+    QHash<QString, QString> mboxOfFolder;
+    QFile mbox;
+    QString openMbox;
     if (bStopFlag) {
         result.ending = RunResult::Ending::Stopped;
         return result;
@@ -61,7 +70,11 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
             }
             const QString path = Utf16Text(item->pPath, item->ulPathSize);
             if (!path.isEmpty() && !path.contains(kRssFeedMarker)) {
-                const QString mboxPath = PathExtractor(package, path);
+                const QString dir = path.left(path.lastIndexOf(QLatin1Char('/')) + 1);
+                auto known = mboxOfFolder.constFind(dir);
+                if (known == mboxOfFolder.constEnd())
+                    known = mboxOfFolder.insert(dir, PathExtractor(package, path));
+                const QString& mboxPath = *known;
                 QFile message;
                 QString reason;
                 // A message file that cannot be read is skipped when the user
@@ -77,9 +90,14 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                                  MessagesFrom(folder, item));
                     return result;
                 }
-                QFile mbox;
+                if (openMbox != mboxPath) {
+                    mbox.close();
+                    openMbox.clear();
+                    if (MboxWriter::OpenForAppend(mbox, mboxPath))
+                        openMbox = mboxPath;
+                }
                 // An mbox file that cannot be opened loses this message only.
-                if (MboxWriter::OpenForAppend(mbox, mboxPath)) {
+                if (mbox.isOpen()) {
                     const bool partial =
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
                     RemovedParts removed(path);
@@ -87,7 +105,6 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                         message, mbox, partial,
                         partial ? emlx::PartFileCandidates(path, parts) : QStringList(),
                         thread.m_options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
-                    mbox.close();
                     for (const RunResult::Skipped& part : copy.skippedParts)
                         result.Skip(part.path, part.reason);
                     result.partsFromEmlxpart += copy.partsFromEmlxpart;

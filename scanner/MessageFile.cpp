@@ -7,6 +7,7 @@
 #include <QTextCodec>
 #include <QTextDecoder>
 
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
@@ -220,12 +221,46 @@ MessageFile::MessageFile()
     : m_trailer(emlx::kTrailerMark, emlx::kTrailerMarkSize),
       m_doctype(emlx::kDoctypeMark, emlx::kDoctypeMarkSize) {}
 
+namespace {
+
+// Buffers of files that were read, kept for the next files of this thread.
+// Only small ones are kept, so the pool stays under a few megabytes.
+thread_local QList<QByteArray> tFreeBuffers;
+
+// Reads `size` bytes from the start of `fd` into `buffer`.
+bool ReadWhole(int fd, QByteArray& buffer, qint64 size) {
+    buffer.resize(int(size));
+    qint64 got = 0;
+    while (got < size) {
+        const ssize_t n = ::pread(fd, buffer.data() + got, size_t(size - got), got);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        got += n;
+    }
+    return true;
+}
+
+} // namespace
+
 MessageFile::~MessageFile() {
-    if (m_data && m_size > 0)
+    Release();
+}
+
+void MessageFile::Release() {
+    if (m_mapped)
         m_file.unmap(reinterpret_cast<uchar*>(const_cast<char*>(m_data)));
+    m_mapped = false;
+    if (m_read.capacity() > 0 && m_read.capacity() <= kReadWhole && tFreeBuffers.size() < 4)
+        tFreeBuffers.append(m_read);
+    m_read = QByteArray();
+    m_data = nullptr;
+    m_file.close();
 }
 
 bool MessageFile::Open(const QString& path) {
+    Release();
     const int fd = pellomar::OpenRegularFile(path, &m_error);
     if (fd < 0)
         return false;
@@ -238,13 +273,22 @@ bool MessageFile::Open(const QString& path) {
     }
     m_size = st.st_size;
     m_pos = 0;
-    if (m_size > 0) {
+    if (m_size > 0 && m_size <= kReadWhole) {
+        if (!tFreeBuffers.isEmpty())
+            m_read = tFreeBuffers.takeLast();
+        if (!ReadWhole(fd, m_read, m_size)) {
+            m_error = QStringLiteral("cannot be read");
+            return false;
+        }
+        m_data = m_read.constData();
+    } else if (m_size > 0) {
         uchar* map = m_file.map(0, m_size);
         if (!map) {
             m_error = QStringLiteral("cannot be mapped into memory");
             return false;
         }
         m_data = reinterpret_cast<const char*>(map);
+        m_mapped = true;
     }
     m_trailer.Reset(m_data, m_size);
     m_doctype.Reset(m_data, m_size);
@@ -264,7 +308,7 @@ void MessageFile::ReleaseBehind(qint64 from, qint64 pos) const {
     const qint64 keep = 1024 * 1024;
     const qint64 first = (qMax<qint64>(from, 0) + page - 1) / page * page;
     const qint64 last = qMin(pos - keep, m_size) / page * page;
-    if (!m_data || last - first < kReleaseStep / 2)
+    if (!m_mapped || last - first < kReleaseStep / 2)
         return;
     // The mapping starts on a page boundary, so these addresses are aligned.
     madvise(const_cast<char*>(m_data) + first, size_t(last - first), MADV_DONTNEED);

@@ -95,8 +95,10 @@ public:
     MessageFile(const MessageFile&) = delete;
     MessageFile& operator=(const MessageFile&) = delete;
 
-    // Opens and maps a regular file. False when it is not a regular file or
-    // cannot be opened or mapped. An empty file opens and has no lines.
+    // Opens a regular file and holds its bytes: a file of up to
+    // kReadWhole bytes is read into memory, a larger one is mapped. False
+    // when it is not a regular file or cannot be read or mapped. An empty
+    // file opens and has no lines.
     bool Open(const QString& path);
     // Why the last Open failed.
     const QString& ErrorString() const { return m_error; }
@@ -126,6 +128,9 @@ public:
     // pass needs them. Does nothing for stretches under a few megabytes.
     void ReleaseBehind(qint64 from, qint64 pos) const;
     static constexpr qint64 kReleaseStep = 8 * 1024 * 1024;
+    // Reading a small file costs less than mapping it (no page faults, no
+    // unmapping), and its buffer is used again for the next file.
+    static constexpr qint64 kReadWhole = 4 * 1024 * 1024;
 
     // The line's text contains the property-list trailer mark
     // "<?xml version="1.0" encoding="UTF-8"?>".
@@ -148,8 +153,11 @@ public:
 private:
     bool LineHas(const emlx::Line& line, emlx::NeedleFinder& finder);
     template <typename Interesting> void SkipLines(Interesting interesting);
+    void Release();
 
     QFile m_file;
+    QByteArray m_read; // the bytes of a file that was read, not mapped
+    bool m_mapped = false;
     QString m_error;
     const char* m_data = nullptr;
     qint64 m_size = 0;

@@ -223,6 +223,8 @@ private slots:
             {"@STORE@", "@DEST@", "--folder", "V2/Mailboxes/Work", "--folder",
              "V2/Mailboxes/Inbox"},
             0, "", {"Mail/V2/Mailboxes/Inbox/Inbox.mbox", "Mail/V2/Mailboxes/Work/Work.mbox"});
+        Row("a folder given with =", {"@STORE@", "@DEST@", "--folder=V2/Mailboxes/Work"}, 0, "",
+            {"Mail/V2/Mailboxes/Work/Work.mbox"});
         Row("a folder without messages", {"@STORE@", "@DEST@", "--folder", "V2/Mailboxes"}, 0, "");
         Row("no destination", {"@STORE@"}, 2, "Usage: pellomar-cli export");
         Row("unknown option", {"@STORE@", "@DEST@", "--all"}, 2, "unknown option '--all'");

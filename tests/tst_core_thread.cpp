@@ -134,6 +134,13 @@ private slots:
         QTest::newRow("a file that cannot be opened ends the scan")
             << QStringList{"@S/A.mbox/m/1.emlx", "@S/B.mbox/m/missing.emlx", "@S/A.mbox/m/3.emlx"}
             << 0 << "ST3CNVCF" << QStringList{"A:1:1:0"} << QStringList{"A:1", "B:1"} << false;
+        // Asked to keep going, the scan skips what it cannot open (a missing
+        // file, a folder named like a message) and goes on.
+        QTest::newRow("keep going: unreadable files are skipped")
+            << QStringList{"@S/A.mbox/m/1.emlx", "@S/B.mbox/m/missing.emlx",
+                           "@S/B.mbox/m/folder.emlx", "@S/A.mbox/m/3.emlx"}
+            << 0 << "ST4CNVCVVCNVF" << QStringList{"A:1:1:0", "A:3:2:2"}
+            << QStringList{"A:2", "B:0"} << true;
         QStringList six;
         for (int i = 1; i <= 6; ++i)
             six << QStringLiteral("@S/A.mbox/m/%1.emlx").arg(i);
@@ -153,7 +160,10 @@ private slots:
         for (QString line : lines) {
             line.replace(QLatin1String("@S"), m_store);
             list += QFile::encodeName(line) + '\0';
-            if (line.contains(QLatin1String(".emlx")) && !line.contains(QLatin1String("missing")))
+            if (line.contains(QLatin1String("folder.emlx")))
+                QVERIFY(QDir().mkpath(line));
+            else if (line.contains(QLatin1String(".emlx")) &&
+                     !line.contains(QLatin1String("missing")))
                 QVERIFY(WriteFile(line, SmallMessage()));
         }
         QDir().mkpath(m_store);
@@ -165,9 +175,12 @@ private slots:
         qputenv("PATH", bin.toLocal8Bit() + ":" + m_path);
 
         ScaningThread thread;
+        const bool keepGoing = QByteArray(QTest::currentDataTag()).startsWith("keep going");
+        thread.m_options.keepGoing = keepGoing;
         SignalLog log(thread, m_sink);
         log.stopAfter = stopAfter;
         Scan(thread);
+        QCOMPARE(thread.LastScan().skipped.size(), keepGoing ? 2 : 0);
 
         QCOMPARE(log.events, events);
         QCOMPARE(log.items, items);

@@ -57,10 +57,17 @@ private slots:
         QTreeWidgetItem* root = w.m_pLeftTreeWidget->topLevelItem(0);
         root->setCheckState(0, Qt::Checked);
         w.ShowindivisualMailItemsInfo(root, 0);
+        // Three sample messages have 8-bit text: the save says so after the
+        // import instructions.
         w.answers = QStringList{out};
+        auto warned = GuiTestSupport::AnswerNextMessageBox(QMessageBox::Ok);
         w.OnSavingFiles();
         QVERIFY(!IsPreview);
         QTRY_VERIFY_WITH_TIMEOUT(IsPreview, 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(warned->seen, 30000);
+        QCOMPARE(warned->text, QString("17 of 17 messages written; 3 messages changed by the "
+                                       "Latin-1 conversion."));
+        QVERIFY(warned->detailed.contains("Keep 8-bit Text Unchanged"));
         QTRY_VERIFY(!w.m_pScaningThread->isRunning());
         QVERIFY(w.m_pSaveFile->isEnabled());
         for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
