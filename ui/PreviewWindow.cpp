@@ -51,7 +51,7 @@ int closeevent = 0;
 namespace {
 
 // How long the scan's announcements may wait before they are shown, in ms.
-constexpr int kPendingScanInterval = 100;
+constexpr int kPendingScanInterval = 200;
 
 void ShowElided(QTextEdit* field, const QString& fullText, const QFontMetrics& metrics, int width) {
     QString text = fullText;
