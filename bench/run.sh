@@ -12,9 +12,9 @@
 #                 end-of-scan box (bench/WindowScan.cpp)
 #   plain copy    every message file copied once into one file
 #   export        pellomar-cli export, with Latin-1 text and with --keep-bytes
-# It prints one table: the fastest and slowest time of each, the ratios of
-# each pair (per run, fastest to slowest) and the peak memory. Then it times
-# the export of a store holding one very large message.
+# It prints one table: the fastest and slowest time and CPU time of each, the
+# ratios of each pair (per run, lowest to highest) and the peak memory. Then
+# it times the export of a store holding one very large message.
 set -euo pipefail
 N=${1:-20000}
 [[ $N =~ ^[0-9]+$ && $N -gt 0 ]] || { echo "usage: bench/run.sh [N]" >&2; exit 2; }
@@ -64,25 +64,35 @@ echo "Store: $messages message files, $(awk -v b="$bytes" 'BEGIN {printf "%.1f",
 echo "Warming the file cache ..."
 find "$store" -name '*.emlx*' -print0 | xargs -0 cat > /dev/null
 
-# measure NAME CMD...: runs CMD (its output thrown away), appends
-# "NAME seconds peak_kb" to $results.
+# measure NAME CMD...: runs CMD (its output thrown away) under
+# /usr/bin/time and appends "NAME seconds cpu_seconds peak_kb" to $results.
 results=$work/results
 : > "$results"
-measure() {
-  local name=$1 s kb rc
+timed() {
+  local name=$1
   shift
-  read -r s kb rc < <("$gen" measure /dev/null "$@")
-  [[ $rc == 0 ]] || { echo "$name failed with exit code $rc" >&2; exit 1; }
-  echo "$name $s $kb" >> "$results"
+  if ! /usr/bin/time -o "$work/time" -f "%e %U %S %M" "$@" 2> "$work/stderr"; then
+    echo "$name failed:" >&2
+    cat "$work/stderr" "$work/time" >&2
+    exit 1
+  fi
+  read -r e u s kb < "$work/time"
+}
+measure() {
+  local name=$1
+  shift
+  timed "$name" "$@" > /dev/null
+  echo "$name $e $(awk -v u="$u" -v s="$s" 'BEGIN {print u + s}') $kb" >> "$results"
 }
 for ((run = 1; run <= runs; run++)); do
   echo "Run $run of $runs ..."
   measure read bash -c 'find "$1" -name "*.emlx*" -print0 | xargs -0 cat' _ "$store"
   measure scan "$cli" scan "$store" --json
-  # The window prints its own time: from the click on Start to the box.
-  read -r s kb rc < <("$gen" measure "$work/stdout" "$window" "$store")
-  [[ $rc == 0 ]] || { echo "window scan failed with exit code $rc" >&2; exit 1; }
-  echo "window $(cut -d' ' -f1 "$work/stdout") $kb" >> "$results"
+  # The window prints its own times: from the click on Start to the box,
+  # and the CPU time it took meanwhile.
+  timed window "$window" "$store" > "$work/stdout"
+  read -r box_s _ _ box_cpu < "$work/stdout"
+  echo "window $box_s $box_cpu $kb" >> "$results"
   measure copy bash -c 'find "$1" -name "*.emlx*" -print0 | xargs -0 cat > "$2"' _ "$store" "$out/copy"
   rm -f "$out/copy"
   measure export "$cli" export "$store" "$out"
@@ -91,33 +101,40 @@ for ((run = 1; run <= runs; run++)); do
   rm -rf "$out" && mkdir -p "$out"
 done
 
-awk -v n="$messages" -v b="$bytes" '
-  { i = ++count[$1]; t[$1, i] = $2; if ($3 > kb[$1]) kb[$1] = $3 }
-  function range(name, lo, hi, i) {
-    lo = hi = t[name, 1]
-    for (i = 2; i <= count[name]; i++) { if (t[name, i] < lo) lo = t[name, i]; if (t[name, i] > hi) hi = t[name, i] }
-    return sprintf("%6.2f - %6.2f s", lo, hi)
+# Per run: time, CPU time (user and system, all threads; the window's from
+# the click to the box, without its start), peak memory. A busy machine
+# stretches the times; the CPU times vary less.
+awk '
+  { i = ++count[$1]; t[$1, i] = $2; c[$1, i] = $3; if ($4 > kb[$1]) kb[$1] = $4 }
+  function range(a, name, lo, hi, i) {
+    for (i = 1; i <= count[name]; i++) {
+      if (i == 1 || a[name, i] < lo) lo = a[name, i]
+      if (i == 1 || a[name, i] > hi) hi = a[name, i]
+    }
+    return sprintf("%6.2f-%-6.2f", lo, hi)
   }
-  function ratio(a, base, lo, hi, i, r) {
-    for (i = 1; i <= count[a]; i++) {
-      r = t[a, i] / t[base, i]
+  function ratio(a, name, base, lo, hi, i, r) {
+    if (base == "") return ""
+    for (i = 1; i <= count[name]; i++) {
+      r = a[name, i] / a[base, i]
       if (i == 1 || r < lo) lo = r
       if (i == 1 || r > hi) hi = r
     }
-    return sprintf("%5.2f - %5.2f x", lo, hi)
+    return sprintf("%5.2f-%-5.2f", lo, hi)
   }
-  function row(label, name, base, baseLabel) {
-    printf "%-22s %s   %-26s %8.1f MB\n", label, range(name),
-      base == "" ? "" : ratio(name, base) " " baseLabel, kb[name] / 1024
+  function row(label, name, base) {
+    printf "%-20s %-13s %-11s   %-13s %-11s %8.1f MB\n", label, range(t, name), ratio(t, name, base),
+      range(c, name), ratio(c, name, base), kb[name] / 1024
   }
   END {
-    printf "%-22s %-17s   %-26s %11s\n", "", "time (fastest-slowest)", "ratio per run", "peak RSS"
-    row("plain read", "read", "", "")
-    row("CLI scan --json", "scan", "read", "the read")
-    row("window scan", "window", "scan", "the CLI scan")
-    row("plain copy", "copy", "", "")
-    row("export", "export", "copy", "the copy")
-    row("export --keep-bytes", "keepbytes", "copy", "the copy")
+    printf "%-20s %-13s %-11s   %-13s %-11s %11s\n", "", "seconds", "ratio", "CPU seconds", "ratio", "peak RSS"
+    row("plain read", "read", "")
+    row("CLI scan --json", "scan", "read")
+    row("window scan", "window", "scan")
+    row("plain copy", "copy", "")
+    row("export", "export", "copy")
+    row("export --keep-bytes", "keepbytes", "copy")
+    print "Ratios, per run: CLI scan / plain read, window scan / CLI scan, export / plain copy."
   }' "$results"
 
 # ---- One very large message --------------------------------------------------
