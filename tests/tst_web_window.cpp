@@ -106,14 +106,15 @@ private slots:
         QTRY_COMPARE(item->text(0), afterThird);
     }
 
-    // The list is emptied when the scan moves to another folder: rows
-    // waiting to be shown go with it, the folders' labels do not.
+    // The list is emptied when the scan moves to another folder: the rows
+    // shown and those waiting go, the folders' labels stay.
     void listEmptiedBetweenAnnouncements() {
         w->LeftTreeView(501, 502, "Inbox");
         w->LeftTreeView(501, 503, "Sent");
         QTreeWidgetItem* inbox = w->FolderItem(502);
         QTreeWidgetItem* sent = w->FolderItem(503);
         w->OnNewItem("a", "1", inbox, 502, 1, false, 0, 0);
+        w->ShowPendingScanView();
         w->OnNewItem("b", "2", inbox, 502, 2, false, 0, 2);
         w->OnClearLeftTree();
         w->OnNewItem("c", "3", sent, 503, 1, false, 0, 0);

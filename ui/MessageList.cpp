@@ -73,13 +73,15 @@ void PendingScanView::AddMessage(QTreeWidgetItem* folder, const QString& subject
 }
 
 bool PendingScanView::IsEmpty() const {
-    return m_rows.isEmpty() && m_labels.isEmpty() && !m_currentFolder && m_steps == 0;
+    return m_rows.isEmpty() && m_labels.isEmpty() && !m_currentFolder && !m_clearList &&
+           m_steps == 0;
 }
 
 void PendingScanView::Clear() {
     m_rows.clear();
     m_labels.clear();
     m_currentFolder = nullptr;
+    m_clearList = false;
     m_steps = 0;
 }
 
@@ -88,6 +90,8 @@ void PendingScanView::Apply(QTreeWidget* folders, QTreeWidget* list, QProgressBa
         it.key()->setText(0, it.value());
     if (m_currentFolder)
         folders->setCurrentItem(m_currentFolder);
+    if (m_clearList)
+        list->clear();
     if (!m_rows.isEmpty()) {
         QList<QTreeWidgetItem*> rows;
         rows.reserve(m_rows.size());

@@ -53,15 +53,19 @@ public:
     // and labelled with `count`.
     void AddMessage(QTreeWidgetItem* folder, const QString& subject, const QString& number,
                     unsigned long long count, bool hasAttachments, int priority, int labelState);
-    // The message list was emptied: rows waiting for it are not shown.
-    void DropRows() { m_rows.clear(); }
+    // The message list is to be emptied; rows waiting for it go too.
+    void ClearList() {
+        m_rows.clear();
+        m_clearList = true;
+    }
     // One step of the progress bar.
     void AddProgressStep() { ++m_steps; }
     bool IsEmpty() const;
     // Forgets everything waiting (the widgets it refers to are going).
     void Clear();
-    // Shows everything waiting: the labels, the current folder, the rows
-    // (the list scrolled to the last one) and the progress steps. `bar` may
+    // Shows everything waiting: the labels, the current folder, the list
+    // emptied if asked, the rows (the list scrolled to the last one) and the
+    // progress steps. `bar` may
     // be null; its steps are then dropped.
     void Apply(QTreeWidget* folders, QTreeWidget* list, QProgressBar* bar);
 
@@ -76,5 +80,6 @@ private:
     // The newest label of each folder announced since the last Apply.
     QHash<QTreeWidgetItem*, QString> m_labels;
     QTreeWidgetItem* m_currentFolder = nullptr;
+    bool m_clearList = false;
     int m_steps = 0;
 };

@@ -333,9 +333,11 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
     AppendFolderRecord(parentId, id, item, kTickUnset);
 }
 
+// Empties the message list, with the next showing of the scan's rows: a
+// scan empties it whenever it moves to the next folder.
 void PreviewWindow::OnClearLeftTree() {
-    m_pendingScanView.DropRows();
-    m_pCenterTreeWidget->clear();
+    m_pendingScanView.ClearList();
+    SchedulePendingScanView();
 }
 
 void PreviewWindow::OnNewItem(QString subject, QString number, void* folderItem, unsigned long long,
