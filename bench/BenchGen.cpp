@@ -5,6 +5,13 @@
 //                                      the attachment in an .emlxpart file
 //                                      and one in four as a decoded file
 //                                      under Attachments/<N>/2/
+//   pellomar-benchgen copy DIR [OUT]   reads every file below DIR (but ".done")
+//                                      through a 128 KiB buffer, and writes it
+//                                      to OUT when given: the plain read and
+//                                      the plain copy the program is compared
+//                                      with (cat would copy between two files
+//                                      inside the kernel, which no program
+//                                      that looks at the bytes can do)
 //   pellomar-benchgen measure OUT CMD [ARGS...]
 //                                      runs CMD with stdout sent to OUT and
 //                                      prints "seconds maxrss_kb exit_code"
@@ -291,13 +298,39 @@ int Measure(const char* out, char** argv) {
     return 0;
 }
 
+int Copy(const char* dir, const char* out) {
+    const int to = out ? open(out, O_WRONLY | O_CREAT | O_TRUNC, 0600) : -1;
+    if (out && to < 0)
+        return perror(out), 1;
+    std::vector<char> buffer(128 * 1024);
+    std::error_code error;
+    for (fs::recursive_directory_iterator it(dir, error), end; !error && it != end;
+         it.increment(error)) {
+        if (!it->is_regular_file() || it->path().filename() == ".done")
+            continue;
+        const int from = open(it->path().c_str(), O_RDONLY);
+        if (from < 0)
+            return perror(it->path().c_str()), 1;
+        ssize_t n;
+        while ((n = read(from, buffer.data(), buffer.size())) > 0)
+            if (to >= 0 && write(to, buffer.data(), size_t(n)) != n)
+                return perror("write"), 1;
+        close(from);
+    }
+    if (to >= 0)
+        close(to);
+    return error ? (fprintf(stderr, "%s\n", error.message().c_str()), 1) : 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     if (argc == 4 && strcmp(argv[1], "generate") == 0)
         return Generate(argv[2], strtoull(argv[3], nullptr, 10));
+    if ((argc == 3 || argc == 4) && strcmp(argv[1], "copy") == 0)
+        return Copy(argv[2], argc == 4 ? argv[3] : nullptr);
     if (argc >= 4 && strcmp(argv[1], "measure") == 0)
         return Measure(argv[2], argv + 3);
-    fprintf(stderr, "usage: %s generate DIR N | measure OUT CMD [ARGS...]\n", argv[0]);
+    fprintf(stderr, "usage: %s generate DIR N | copy DIR [OUT] | measure OUT CMD [ARGS...]\n", argv[0]);
     return 2;
 }

@@ -1,28 +1,47 @@
 #!/usr/bin/env bash
-# Scan benchmark: bench/run.sh [N]   (N messages, default 20000)
+# Benchmark: bench/run.sh [N]   (N messages, default 20000)
 #
-# Builds the release command-line tool if needed (build/release), writes a
-# generated store of N messages into bench/work/ (the same bytes every time),
-# warms the file cache, then times
-#   (a) reading every message file once with cat, and
-#   (b) pellomar-cli scan --json,
-# and prints messages/s, MB/s, the ratio of (b) to (a) and the scan's peak
-# memory.
+# Builds what it needs (in build/release, or the build folder named by
+# BENCH_BUILD), writes a generated store of N messages (the same bytes every
+# time) into bench/work/ (or the folder named by BENCH_WORK), warms the file
+# cache, and then, BENCH_RUNS times (default 3), one after the other so that
+# each pair is measured under the same load:
+#   plain read    every file of the store read once (pellomar-benchgen copy)
+#   CLI scan      pellomar-cli scan --json
+#   window scan   the main window under Xvfb, from a click on Start to the
+#                 end-of-scan box (bench/WindowScan.cpp)
+#   plain copy    every file of the store copied once into one file, through
+#                 a buffer as a program that looks at the bytes must
+#   export        pellomar-cli export, with Latin-1 text and with --keep-bytes
+# It prints one table: the fastest and slowest time and CPU time of each, the
+# ratios of each pair (per run, lowest to highest) and the peak memory. Then
+# it times the export of a store holding one very large message and of one
+# whose 300 MB part is restored from an Attachments folder.
 set -euo pipefail
 N=${1:-20000}
 [[ $N =~ ^[0-9]+$ && $N -gt 0 ]] || { echo "usage: bench/run.sh [N]" >&2; exit 2; }
 cd "$(dirname "$0")/.."
 root=$PWD
-build=$root/build/release
-work=$root/bench/work
+build=${BENCH_BUILD:-$root/build/release}
+work=${BENCH_WORK:-$root/bench/work}
+runs=${BENCH_RUNS:-3}
 store=$work/store-$N
+
+# The window needs a display: the whole run goes under one Xvfb server.
+if [[ -z ${BENCH_UNDER_XVFB:-} ]]; then
+  export BENCH_UNDER_XVFB=1
+  exec xvfb-run -a -s "-screen 0 1600x1000x24" "$0" "$@"
+fi
+export QT_QPA_PLATFORM=xcb QTWEBENGINE_CHROMIUM_FLAGS=--disable-gpu
+[[ $(id -u) == 0 ]] && export QTWEBENGINE_DISABLE_SANDBOX=1
 
 if [[ ! -f $build/CMakeCache.txt ]]; then
   cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-cmake --build "$build" -j2 --target pellomar-cli pellomar-benchgen >/dev/null
+cmake --build "$build" -j2 --target pellomar-cli pellomar-benchgen pellomar-windowscan >/dev/null
 cli=$build/cli/pellomar-cli
 gen=$build/bench/pellomar-benchgen
+window=$build/bench/pellomar-windowscan
 
 # The generator's source decides the store's bytes: regenerate when it changed.
 stamp=$(sha1sum "$root/bench/BenchGen.cpp" | cut -c1-12)
@@ -36,52 +55,95 @@ fi
 
 mkdir -p "$work/tmp"
 export PELLOMAR_TMPDIR=$work/tmp
+out=$work/out
+rm -rf "$out"
+mkdir -p "$out"
 
 messages=$(find "$store" -name '*.emlx' | wc -l)
 # Every file the program reads: messages, .emlxpart files and the decoded
 # files under Attachments folders.
 bytes=$(find "$store" -type f ! -name .done -printf '%s\n' | awk '{s += $1} END {print s + 0}')
-mb=$(awk -v b="$bytes" 'BEGIN {printf "%.1f", b / 1e6}')
-echo "Store: $messages message files, $mb MB (with .emlxpart and Attachments files)"
-
+echo "Store: $messages message files, $(awk -v b="$bytes" 'BEGIN {printf "%.1f", b / 1e6}') MB" \
+  "(with .emlxpart and Attachments files), $runs runs"
 echo "Warming the file cache ..."
-find "$store" -type f ! -name .done -print0 | xargs -0 cat > /dev/null
+"$gen" copy "$store"
 
-read_all() {
-  "$gen" measure /dev/null bash -c 'find "$1" -type f ! -name .done -print0 | xargs -0 cat' _ "$store"
+# measure NAME CMD...: runs CMD (its output thrown away) under
+# /usr/bin/time and appends "NAME seconds cpu_seconds peak_kb" to $results.
+results=$work/results
+: > "$results"
+timed() {
+  local name=$1
+  shift
+  if ! /usr/bin/time -o "$work/time" -f "%e %U %S %M" "$@" 2> "$work/stderr"; then
+    echo "$name failed:" >&2
+    cat "$work/stderr" "$work/time" >&2
+    exit 1
+  fi
+  read -r e u s kb < "$work/time"
 }
-read -r read_s _ _ < <(read_all)
-read -r scan_s scan_kb scan_rc < <("$gen" measure /dev/null "$cli" scan "$store" --json)
-[[ $scan_rc == 0 ]] || { echo "scan failed with exit code $scan_rc" >&2; exit 1; }
-
-awk -v n="$messages" -v b="$bytes" -v r="$read_s" -v s="$scan_s" -v kb="$scan_kb" 'BEGIN {
-  printf "(a) plain read      %8.2f s  %10.0f messages/s  %8.1f MB/s\n", r, n / r, b / 1e6 / r
-  printf "(b) scan --json     %8.2f s  %10.0f messages/s  %8.1f MB/s\n", s, n / s, b / 1e6 / s
-  printf "    scan / read     %8.2f x\n", s / r
-  printf "    scan peak RSS   %8.1f MB\n", kb / 1024
-}'
-
-# ---- Export measurement ----------------------------------------------------
-# (c) copying every message file once into one file in the output folder, and
-# (d) pellomar-cli export (the scan, then the package) into the same folder.
-# Then the export of a store holding one very large message, and of one whose
-# large part is restored from an Attachments folder, to show that the
-# export's memory does not grow with the size of a message or a part.
-out=$work/out
-rm -rf "$out"
-mkdir -p "$out"
-copy_all() {
-  "$gen" measure /dev/null bash -c 'find "$1" -type f ! -name .done -print0 | xargs -0 cat > "$2"' \
-    _ "$store" "$out/copy"
+measure() {
+  local name=$1
+  shift
+  timed "$name" "$@" > /dev/null
+  echo "$name $e $(awk -v u="$u" -v s="$s" 'BEGIN {print u + s}') $kb" >> "$results"
 }
-read -r copy_s _ _ < <(copy_all)
-rm -f "$out/copy"
-read -r export_s export_kb export_rc < <("$gen" measure /dev/null "$cli" export "$store" "$out")
-[[ $export_rc == 0 ]] || { echo "export failed with exit code $export_rc" >&2; exit 1; }
-written=$(find "$out" -name '*.mbox' -type f -printf '%s\n' | awk '{s += $1} END {print s + 0}')
+for ((run = 1; run <= runs; run++)); do
+  echo "Run $run of $runs ..."
+  measure read "$gen" copy "$store"
+  measure scan "$cli" scan "$store" --json
+  # The window prints its own times: from the click on Start to the box,
+  # and the CPU time it took meanwhile.
+  timed window "$window" "$store" > "$work/stdout"
+  read -r box_s _ _ box_cpu < "$work/stdout"
+  echo "window $box_s $box_cpu $kb" >> "$results"
+  measure copy "$gen" copy "$store" "$out/copy"
+  rm -f "$out/copy"
+  measure export "$cli" export "$store" "$out"
+  rm -rf "$out" && mkdir -p "$out"
+  measure keepbytes "$cli" export "$store" "$out" --keep-bytes
+  rm -rf "$out" && mkdir -p "$out"
+done
 
-# One message of about 80 MB: a 40 MB line without a line break, then 40 MB
-# of base64 lines.
+# Per run: time, CPU time (user and system, all threads; the window's from
+# the click to the box, without its start), peak memory. A busy machine
+# stretches the times; the CPU times vary less.
+awk '
+  { i = ++count[$1]; t[$1, i] = $2; c[$1, i] = $3; if ($4 > kb[$1]) kb[$1] = $4 }
+  function range(a, name, lo, hi, i) {
+    for (i = 1; i <= count[name]; i++) {
+      if (i == 1 || a[name, i] < lo) lo = a[name, i]
+      if (i == 1 || a[name, i] > hi) hi = a[name, i]
+    }
+    return sprintf("%6.2f-%-6.2f", lo, hi)
+  }
+  function ratio(a, name, base, lo, hi, i, r) {
+    if (base == "") return ""
+    for (i = 1; i <= count[name]; i++) {
+      r = a[name, i] / a[base, i]
+      if (i == 1 || r < lo) lo = r
+      if (i == 1 || r > hi) hi = r
+    }
+    return sprintf("%5.2f-%-5.2f", lo, hi)
+  }
+  function row(label, name, base) {
+    printf "%-20s %-13s %-11s   %-13s %-11s %8.1f MB\n", label, range(t, name), ratio(t, name, base),
+      range(c, name), ratio(c, name, base), kb[name] / 1024
+  }
+  END {
+    printf "%-20s %-13s %-11s   %-13s %-11s %11s\n", "", "seconds", "ratio", "CPU seconds", "ratio", "peak RSS"
+    row("plain read", "read", "")
+    row("CLI scan --json", "scan", "read")
+    row("window scan", "window", "scan")
+    row("plain copy", "copy", "")
+    row("export", "export", "copy")
+    row("export --keep-bytes", "keepbytes", "copy")
+    print "Ratios, per run: CLI scan / plain read, window scan / CLI scan, export / plain copy."
+  }' "$results"
+
+# ---- One very large message --------------------------------------------------
+# About 80 MB: a 40 MB line without a line break, then 40 MB of base64 lines;
+# the export's memory must not grow with the size of a message.
 big=$work/store-big
 if [[ ! -f $big/.done ]]; then
   rm -rf "$big"
@@ -97,8 +159,6 @@ if [[ ! -f $big/.done ]]; then
   touch "$big/.done"
 fi
 big_bytes=$(stat -c %s "$big/Big.mbox/Messages/1.emlx")
-rm -rf "$out"
-mkdir -p "$out"
 read -r big_s big_kb big_rc < <("$gen" measure /dev/null "$cli" export "$big" "$out")
 [[ $big_rc == 0 ]] || { echo "export of the large message failed with exit code $big_rc" >&2; exit 1; }
 rm -rf "$out"
@@ -117,6 +177,10 @@ while kill -0 "$pid" 2>/dev/null; do
 done
 wait "$pid" || true
 rm -rf "$out"
+awk -v bb="$big_bytes" -v bs="$big_s" -v bkb="$big_kb" -v wkb="$writing_kb" 'BEGIN {
+  printf "One %.0f MB message: export %.2f s, %.1f MB/s, peak RSS %.1f MB,", bb / 1e6, bs, bb / 1e6 / bs, bkb / 1024
+  printf " RSS while writing the package %.1f MB\n", wkb / 1024
+}'
 
 # One partial message in today's layout whose 300 MB part Mail keeps
 # decoded under Attachments: the export encodes it back in base64.
@@ -139,16 +203,6 @@ mkdir -p "$out"
 read -r det_s det_kb det_rc < <("$gen" measure /dev/null "$cli" export "$detached" "$out")
 [[ $det_rc == 0 ]] || { echo "export of the detached part failed with exit code $det_rc" >&2; exit 1; }
 rm -rf "$out"
-
-awk -v n="$messages" -v b="$bytes" -v c="$copy_s" -v e="$export_s" -v s="$scan_s" \
-    -v kb="$export_kb" -v w="$written" -v bb="$big_bytes" -v bs="$big_s" -v bkb="$big_kb" \
-    -v wkb="$writing_kb" -v db="$detached_bytes" -v ds="$det_s" -v dkb="$det_kb" 'BEGIN {
-  printf "(c) plain copy      %8.2f s  %10.0f messages/s  %8.1f MB/s\n", c, n / c, b / 1e6 / c
-  printf "(d) export          %8.2f s  %10.0f messages/s  %8.1f MB/s  (%.1f MB of mbox)\n", e, n / e, b / 1e6 / e, w / 1e6
-  printf "    export / copy   %8.2f x\n", e / c
-  printf "    export - scan   %8.2f s  (the writing alone, %.2f x the copy)\n", e - s, (e - s) / c
-  printf "    export peak RSS %8.1f MB\n", kb / 1024
-  printf "(e) one %.0f MB message: export %.2f s, %.1f MB/s, peak RSS %.1f MB,\n", bb / 1e6, bs, bb / 1e6 / bs, bkb / 1024
-  printf "    RSS while writing the package %.1f MB\n", wkb / 1024
-  printf "(f) one %.0f MB part from Attachments: export %.2f s, %.1f MB/s, peak RSS %.1f MB\n", db / 1e6, ds, db / 1e6 / ds, dkb / 1024
+awk -v db="$detached_bytes" -v ds="$det_s" -v dkb="$det_kb" 'BEGIN {
+  printf "One %.0f MB part from Attachments: export %.2f s, %.1f MB/s, peak RSS %.1f MB\n", db / 1e6, ds, db / 1e6 / ds, dkb / 1024
 }'

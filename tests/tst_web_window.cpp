@@ -72,6 +72,7 @@ private slots:
         QVERIFY(!lost->pTreeItem);
         // Its messages still arrive, without a folder item.
         w->OnNewItem("s", "1", nullptr, 503, 1, false, 0, 0);
+        w->ShowPendingScanView();
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 1);
     }
 
@@ -96,11 +97,33 @@ private slots:
         w->LeftTreeView(501, 502, name);
         QTreeWidgetItem* item = w->FolderItem(502);
         w->OnNewItem("one", "11", item, 502, 1, false, 0, 0);
+        w->ShowPendingScanView();
         QCOMPARE(item->text(0), afterFirst);
         QCOMPARE(w->m_pLeftTreeWidget->currentItem(), item);
+        // Announcements shown together give the labels shown one by one.
         w->OnNewItem("two", "12", item, 502, 2, false, 0, 2);
         w->OnNewItem("three", "13", item, 502, 3, false, 0, 2);
-        QCOMPARE(item->text(0), afterThird);
+        QTRY_COMPARE(item->text(0), afterThird);
+    }
+
+    // The list is emptied when the scan moves to another folder: the rows
+    // shown and those waiting go, the folders' labels stay.
+    void listEmptiedBetweenAnnouncements() {
+        w->LeftTreeView(501, 502, "Inbox");
+        w->LeftTreeView(501, 503, "Sent");
+        QTreeWidgetItem* inbox = w->FolderItem(502);
+        QTreeWidgetItem* sent = w->FolderItem(503);
+        w->OnNewItem("a", "1", inbox, 502, 1, false, 0, 0);
+        w->ShowPendingScanView();
+        w->OnNewItem("b", "2", inbox, 502, 2, false, 0, 2);
+        w->OnClearLeftTree();
+        w->OnNewItem("c", "3", sent, 503, 1, false, 0, 0);
+        w->ShowPendingScanView();
+        QCOMPARE(inbox->text(0), QStringLiteral("Inbox(2)"));
+        QCOMPARE(sent->text(0), QStringLiteral("Sent(1)"));
+        QCOMPARE(w->m_pLeftTreeWidget->currentItem(), sent);
+        QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 1);
+        QCOMPARE(w->m_pCenterTreeWidget->topLevelItem(0)->text(5), QStringLiteral("3"));
     }
 
     void messageRowsShowTheirIcons_data() {
@@ -117,6 +140,7 @@ private slots:
         QFETCH(bool, priorityIcon);
         w->LeftTreeView(501, 502, "Inbox");
         w->OnNewItem("Subject text", "1234", w->FolderItem(502), 502, 1, attachments, priority, 0);
+        w->ShowPendingScanView();
         QTreeWidgetItem* row = w->m_pCenterTreeWidget->topLevelItem(0);
         QCOMPARE(row->text(4), QStringLiteral("Subject text"));
         QCOMPARE(row->text(5), QStringLiteral("1234"));

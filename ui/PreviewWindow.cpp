@@ -7,6 +7,7 @@
 #include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
 #include "ui/ExportOptions.h"
+#include "ui/MessageList.h"
 #include "ui/PlistStrings.h"
 #include "ui/PreviewDecoding.h"
 #include "ui/ProgressDialogs.h"
@@ -49,19 +50,8 @@ int closeevent = 0;
 
 namespace {
 
-// Message list columns.
-enum {
-    ColSizeHint = 0,
-    ColPriority = 1,
-    ColType = 2,
-    ColAttachment = 3,
-    ColSubject = 4,
-    ColNumber = 5
-};
-
-QFont ItemFont() {
-    return QFont(QStringLiteral("Lucida Grande"), 11);
-}
+// How long the scan's announcements may wait before they are shown, in ms.
+constexpr int kPendingScanInterval = 200;
 
 void ShowElided(QTextEdit* field, const QString& fullText, const QFontMetrics& metrics, int width) {
     QString text = fullText;
@@ -88,6 +78,9 @@ PreviewWindow::PreviewWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui::
     ConnectSignals();
     setUnifiedTitleAndToolBarOnMac(true);
     setContextMenuPolicy(Qt::NoContextMenu);
+    m_pendingScanTimer.setSingleShot(true);
+    m_pendingScanTimer.setInterval(kPendingScanInterval);
+    connect(&m_pendingScanTimer, &QTimer::timeout, this, &PreviewWindow::ShowPendingScanView);
 }
 
 PreviewWindow::~PreviewWindow() {
@@ -241,6 +234,9 @@ void PreviewWindow::CreateLeftDockWindows() {
     m_pCenterTreeWidget->header()->setSectionsMovable(false);
     m_pCenterTreeWidget->setSortingEnabled(false);
     m_pCenterTreeWidget->setRootIsDecorated(false);
+    // Every row has the same font and size hint; the list need not measure
+    // each one.
+    m_pCenterTreeWidget->setUniformRowHeights(true);
 
     m_pLeftTreeWidget->setMinimumWidth(240);
     m_pCenterTreeWidget->setMinimumWidth(270);
@@ -331,53 +327,42 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
         item->setText(ColParentId, parentText);
         item->setCheckState(ColName, Qt::Unchecked);
         item->setText(ColTickCode, QString::number(kNotTicked));
-        item->setIcon(ColName, QIcon(QStringLiteral(":/images/img_Folder.png")));
+        item->setIcon(ColName, FolderIcon());
         parentItem->setExpanded(true);
     }
     AppendFolderRecord(parentId, id, item, kTickUnset);
 }
 
+// Empties the message list, with the next showing of the scan's rows: a
+// scan empties it whenever it moves to the next folder.
 void PreviewWindow::OnClearLeftTree() {
-    m_pCenterTreeWidget->clear();
-}
-
-void PreviewWindow::AppendMessageRow(const QString& subject, const QString& number,
-                                     bool hasAttachments, int priority) {
-    auto* row = new QTreeWidgetItem(m_pCenterTreeWidget);
-    for (int c = ColSizeHint; c <= ColSubject; ++c) {
-        row->setFont(c, ItemFont());
-        row->setSizeHint(c, QSize(22, 22));
-    }
-    if (priority == 1)
-        row->setIcon(ColPriority, QIcon(QStringLiteral(":/images/img_Priority.png")));
-    row->setIcon(ColType, QIcon(QStringLiteral(":/images/img_Mail.png")));
-    if (hasAttachments)
-        row->setIcon(ColAttachment, QIcon(QStringLiteral(":/images/img_Attachment.png")));
-    row->setText(ColSubject, subject);
-    row->setText(ColNumber, number);
+    m_pendingScanView.ClearList();
+    SchedulePendingScanView();
 }
 
 void PreviewWindow::OnNewItem(QString subject, QString number, void* folderItem, unsigned long long,
                               unsigned long long count, bool hasAttachments, int priority,
                               int labelState) {
-    auto* folder = static_cast<QTreeWidgetItem*>(folderItem);
-    if (folder) {
-        m_pLeftTreeWidget->setCurrentItem(folder);
-        QString label = folder->text(ColName);
-        if (labelState == 2) {
-            const int cut = label.lastIndexOf(QLatin1Char('('));
-            if (cut >= 0)
-                label.truncate(cut);
-        }
-        folder->setText(ColName,
-                        label + QLatin1Char('(') + QString::number(count) + QLatin1Char(')'));
-    }
-    AppendMessageRow(subject, number, hasAttachments, priority);
-    m_pCenterTreeWidget->scrollToItem(
-        m_pCenterTreeWidget->topLevelItem(m_pCenterTreeWidget->topLevelItemCount() - 1));
+    m_pendingScanView.AddMessage(static_cast<QTreeWidgetItem*>(folderItem), subject, number, count,
+                                 hasAttachments, priority, labelState);
+    SchedulePendingScanView();
+}
+
+void PreviewWindow::SchedulePendingScanView() {
+    if (!m_pendingScanTimer.isActive())
+        m_pendingScanTimer.start();
+}
+
+void PreviewWindow::ShowPendingScanView() {
+    m_pendingScanTimer.stop();
+    if (m_pendingScanView.IsEmpty())
+        return;
+    m_pendingScanView.Apply(m_pLeftTreeWidget, m_pCenterTreeWidget,
+                            m_pProgressInfo ? m_pProgressInfo->ui->ProgressBar : nullptr);
 }
 
 void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
+    ShowPendingScanView();
     if (!item)
         return;
     // A click on the tick box has already changed the check state; the code
@@ -392,19 +377,17 @@ void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
         FindFolderRecord(item->text(ColId).toULongLong(), item->text(ColParentId).toULongLong());
     if (!folder || !folder->pFirstMail)
         return;
-    bool first = true;
-    for (const MailItem* m = folder->pFirstMail; m; m = m->pNext) {
-        QString subject = Utf16Text(m->pSubject, m->ulSubjectSize);
-        AppendMessageRow(subject, QString::number(m->ullNumber), m->pAttachTail != nullptr,
-                         m->iPriority);
-        if (first) {
-            first = false;
-            QTreeWidgetItem* row = m_pCenterTreeWidget->topLevelItem(0);
-            const QSignalBlocker block(m_pCenterTreeWidget);
-            m_pCenterTreeWidget->setCurrentItem(row);
-            OnMessageSubjectClicked(row, 0);
-        }
-    }
+    QList<QTreeWidgetItem*> rows;
+    for (const MailItem* m = folder->pFirstMail; m; m = m->pNext)
+        rows.append(NewMessageRow(Utf16Text(m->pSubject, m->ulSubjectSize),
+                                  QString::number(m->ullNumber), m->pAttachTail != nullptr,
+                                  m->iPriority));
+    m_pCenterTreeWidget->addTopLevelItems(rows);
+    // The first message is selected and shown.
+    QTreeWidgetItem* row = m_pCenterTreeWidget->topLevelItem(0);
+    const QSignalBlocker block(m_pCenterTreeWidget);
+    m_pCenterTreeWidget->setCurrentItem(row);
+    OnMessageSubjectClicked(row, 0);
 }
 
 void PreviewWindow::CleanListAndHash() {
@@ -488,8 +471,7 @@ void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
     f->comBoxAttch->addItem(QStringLiteral("Attachment List"));
     f->comBoxAttch->show();
     for (const AttachmentEntry* a = mail->pAttachHead; a; a = a->pNext)
-        f->comBoxAttch->addItem(QIcon(QStringLiteral(":/images/img_Attachment.png")),
-                                Utf16Text(a->pName, a->ulNameSize));
+        f->comBoxAttch->addItem(AttachmentIcon(), Utf16Text(a->pName, a->ulNameSize));
     m_attachmentFiles = WriteAttachments(mail, AttachmentFolder());
     // Showing the attachment list narrows the header fields: elide again
     // once the layout has settled.
@@ -543,6 +525,7 @@ void PreviewWindow::OnStartScanning() {
         return; // a run is under way; its records are still in use
     m_pInitialProcessInfo->Start();
     m_pTextBrowser->ShowEmptyPage();
+    m_pendingScanView.Clear(); // it points into the trees cleared here
     m_pLeftTreeWidget->clear();
     m_pCenterTreeWidget->clear();
     m_pTextBrowser->ClearFields();
@@ -561,6 +544,7 @@ void PreviewWindow::OnOpenFile() {
 }
 
 void PreviewWindow::ShowScanningProgBar() {
+    ShowPendingScanView();
     m_pInitialProcessInfo->Stop();
     // Each run gets a new dialog; the last run's (hidden by now) goes.
     if (m_pProgressInfo)
@@ -580,6 +564,7 @@ void PreviewWindow::ShowScanningProgBar() {
 }
 
 void PreviewWindow::SetInitialSettings(unsigned long total, QString text) {
+    ShowPendingScanView();
     if (!m_pProgressInfo)
         return;
     Ui::ProgressDialog* p = m_pProgressInfo->ui;
@@ -594,11 +579,12 @@ void PreviewWindow::SetInitialSettings(unsigned long total, QString text) {
 }
 
 void PreviewWindow::SetProgressValue() {
-    if (m_pProgressInfo)
-        m_pProgressInfo->ui->ProgressBar->setValue(m_pProgressInfo->ui->ProgressBar->value() + 1);
+    m_pendingScanView.AddProgressStep();
+    SchedulePendingScanView();
 }
 
 void PreviewWindow::OnFinishScaning() {
+    ShowPendingScanView();
     m_pInitialProcessInfo->Stop();
     if (!bProcessRunning) {
         if (!bStopFlag) {
@@ -669,6 +655,7 @@ void PreviewWindow::OnDisableToSave() {
 }
 
 void PreviewWindow::OnEnableToOpenFind() {
+    ShowPendingScanView();
     if (!IsPreview) {
         SetFileActionsEnabled(true, true);
         return;

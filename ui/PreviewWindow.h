@@ -3,9 +3,11 @@
 // by side, menus, tool bar, and the slots that drive a scan or a save.
 
 #include "scanner/FolderTreeSink.h"
+#include "ui/MessageList.h"
 
 #include <QMainWindow>
 #include <QPointer>
+#include <QTimer>
 
 class QAction;
 class QMenu;
@@ -56,6 +58,10 @@ public:
     void SetRecoverSelectedState();
     // The tree item of a folder, or null.
     QTreeWidgetItem* FolderItem(unsigned long long id) const;
+    // Shows at once what the scan announced and the window has not shown yet
+    // (rows, folder labels, current folder, progress); a timer does it a few
+    // times a second while a scan runs.
+    void ShowPendingScanView();
 
     QTreeWidget* m_pLeftTreeWidget = nullptr;
     QTreeWidget* m_pCenterTreeWidget = nullptr;
@@ -129,13 +135,15 @@ private:
     void CreateLeftDockWindows();
     void ConnectSignals();
     void AddFolderItem(unsigned long long parentId, unsigned long long id, const QString& name);
-    void AppendMessageRow(const QString& subject, const QString& number, bool hasAttachments,
-                          int priority);
+    void SchedulePendingScanView();
     void ClearPreview();
     void ReElideHeaderFields();
     void SetFileActionsEnabled(bool open, bool save);
     void OpenSupportLink(const QString& key);
     void ShowLastFolder();
+
+    PendingScanView m_pendingScanView;
+    QTimer m_pendingScanTimer;
 
     Ui::MainWindowUi* ui;
 };
