@@ -104,16 +104,23 @@ private slots:
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 1);
     }
 
-    // The count replaces the one after the last parenthesis.
+    // The count replaces the one after the last parenthesis, also at the
+    // label's start.
+    void folderLabelCountsMessages_data() {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("parenthesis in name") << "Re (old)";
+        QTest::newRow("empty name") << "";
+    }
     void folderLabelCountsMessages() {
-        w->LeftTreeView(501, 502, "Re (old)");
+        QFETCH(QString, name);
+        w->LeftTreeView(501, 502, name);
         QTreeWidgetItem* item = w->FolderItem(502);
         w->OnNewItem("one", "11", item, 502, 1, false, 0, 0);
-        QCOMPARE(item->text(0), QStringLiteral("Re (old)(1)"));
+        QCOMPARE(item->text(0), name + "(1)");
         QCOMPARE(w->m_pLeftTreeWidget->currentItem(), item);
         w->OnNewItem("two", "12", item, 502, 2, false, 0, 2);
         w->OnNewItem("three", "13", item, 502, 3, false, 0, 2);
-        QCOMPARE(item->text(0), QStringLiteral("Re (old)(3)"));
+        QCOMPARE(item->text(0), name + "(3)");
     }
 
     void messageRowsShowTheirIcons_data() {
@@ -215,6 +222,7 @@ private slots:
         row("root unticks everything", "501+ 501-", "03 03 03 03 03 03");
         row("folder ticks its subtree, parents partly", "503+", "12 12 21 21 00 00");
         row("all children ticked tick the parent", "503+ 504+", "12 21 21 21 21 00");
+        row("whole tree ticked by its top folders", "502+ 505+", "21 21 21 21 21 21");
         row("unticking a leaf makes ancestors partly ticked", "501+ 506-", "12 12 03 03 21 21");
         row("partly ticked by hand leaves the subtree alone", "503+ 502~", "12 12 21 21 00 00");
     }
