@@ -105,6 +105,8 @@ private slots:
         bStopFlag = false;
         llParentIdRunning = 0;
         PID = 501;
+        // The folder builder tests call treeCreator outside a scan: they reset
+        // what a scan resets and hand the builder the recording sink.
         objMapName_FID.clear();
         objMapFID_PID.clear();
         objMapFID_Name.clear();
