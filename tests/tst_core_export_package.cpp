@@ -88,13 +88,10 @@ private slots:
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("expected");
         const QString s = kStore, p = kPackage;
-        MappingRow("mailbox", s + "/V2/Mailboxes/Work.mbox/ID/Data/Messages/7.emlx",
-                   p + "/Mail/V2/Mailboxes/Work/Work.mbox");
+        // The innermost mailbox holds the message; its parents lose their suffix.
         MappingRow("nested mailbox",
                    s + "/V2/Mailboxes/Work.mbox/Projects.mbox/ID/Data/Messages/8.emlx",
                    p + "/Mail/V2/Mailboxes/Work/Projects/Projects.mbox");
-        MappingRow("imap", s + "/V2/acct/INBOX.imapmbox/Messages/9.emlx",
-                   p + "/Mail/V2/acct/INBOX/INBOX.mbox");
         MappingRow("imap wins over a later .mbox",
                    s + "/V2/acct/INBOX.imapmbox/Sub.mbox/Messages/1.emlx",
                    p + "/Mail/V2/acct/INBOX/INBOX.mbox");

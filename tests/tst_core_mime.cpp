@@ -1,20 +1,61 @@
-// Line model, boundaries, delimiters and the text bodies of messages.
+// Reading a message file: the line model, boundaries, delimiters, text
+// bodies, the header fields (From, To, Subject, Date, X-Priority, encoded
+// words, the quoted-printable decoder), and broken or hostile files, where
+// the analysis must neither crash nor hang and reports "cannot be opened"
+// only for what is no regular file.
 #include "scanner/MessageAnalysis.h"
 #include "scanner/MessageFile.h"
 #include "scanner/MimePasses.h"
 #include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
 #include "tests/TestSupport.h"
 
+#include <QRandomGenerator>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <cctype>
+#include <sys/stat.h>
 
 using emlx::Line;
 using TestSupport::Emlx;
 using TestSupport::TempFile;
 
+namespace {
+QString Field(const char* buffer, quint32 size) {
+    return buffer ? Utf16Text(buffer, size) : QStringLiteral("-");
+}
+
+// A message using every construct the passes look at.
+QByteArray RichMessage() {
+    return "From: =?utf-8?Q?J=C3=B6rg?=\nTo: a@example.org,\n b@example.org\n"
+           "Subject: =?utf-8?B?w6k=?= =?utf-8?Q?x?=\nDate: Tue, 05 Mar 2013 14:07:09 +0000\n"
+           "X-Priority: 1\nContent-Type: multipart/mixed; boundary=\"M\"\n\n"
+           "--M\nContent-Type: multipart/alternative;\n\tboundary=\"A\"\n\n"
+           "--A\nContent-Type: text/plain;\n\tcharset=utf-8\n\nplain\n"
+           "--A\nContent-Type: text/html; charset=\"utf-8\"\n\n<p>html</p>\n--A--\n"
+           "--M\nContent-Type: image/png;\n\tname=\"=?utf-8?B?w6kucG5n?=\"\n"
+           "Content-Disposition: attachment; filename=\"x.png\"\n"
+           "X-Apple-Content-Length: 10\nContent-Transfer-Encoding: base64\n\nQUJD\n--M--\n";
+}
+} // namespace
+
 class MimeTest : public QObject {
     Q_OBJECT
+
+    // Analyses a file written as a partial message; true when it could be read.
+    static bool Run(const QString& path) {
+        MailItem* item = NewMailItem();
+        const bool ok = AnalyseMessageFile(path, item);
+        // Every recorded name must be readable.
+        for (AttachmentEntry* a = item->pAttachHead; a; a = a->pNext)
+            Utf16Text(a->pName, a->ulNameSize);
+        FreeMailItem(item);
+        QFile::remove(path);
+        return ok;
+    }
+    static bool Run(const QByteArray& bytes) { return Run(TempFile(bytes, "x.partial.emlx")); }
+
 private slots:
     void lineModel_data() {
         QTest::addColumn<QByteArray>("bytes");
@@ -44,26 +85,21 @@ private slots:
     void boundaries_data() {
         QTest::addColumn<QByteArray>("headers");
         QTest::addColumn<QStringList>("expected");
-        auto row = [](const char* name, const char* headers, const QStringList& expected) {
-            QTest::newRow(name) << QByteArray(headers) << expected;
+        auto row = [](const char* name, const QByteArray& headers, const QStringList& expected) {
+            QTest::newRow(name) << headers << expected;
         };
-        row("quoted and unquoted",
-            "Content-Type: multipart/mixed; boundary=\"abc\"\n"
-            "Content-Type: multipart/mixed; boundary=def\n",
+        const QByteArray mixed = "Content-Type: multipart/mixed; ";
+        row("quoted and unquoted", mixed + "boundary=\"abc\"\n" + mixed + "boundary=def\n",
             {"abc", "def"});
-        row("quoted with later parameter is taken raw",
-            "Content-Type: multipart/mixed; boundary=\"q\"; x=1\n", {"\"q\"; x=1"});
-        row("blank continuation, semicolon", "Content-Type: multipart/mixed; \n boundary=zz;\n",
-            {"zz"});
+        row("quoted with later parameter is taken raw", mixed + "boundary=\"q\"; x=1\n",
+            {"\"q\"; x=1"});
+        row("blank continuation, semicolon", mixed + "\n boundary=zz;\n", {"zz"});
         row("unknown opener ending", "Content-Type: multipart/signed;\n\tboundary=\"s\"\n", {});
         row("prefix ignores case, parameter does not",
-            "CONTENT-TYPE: MULTIPART/MIXED; boundary=x\nContent-Type: multipart/mixed; "
-            "BOUNDARY=y\n",
-            {"x"});
+            "CONTENT-TYPE: MULTIPART/MIXED; boundary=x\n" + mixed + "BOUNDARY=y\n", {"x"});
         row("fourth ignored",
-            "Content-Type: multipart/mixed; boundary=a\nContent-Type: multipart/mixed; boundary=b\n"
-            "Content-Type: multipart/mixed; boundary=c\nContent-Type: multipart/mixed; "
-            "boundary=d\n",
+            mixed + "boundary=a\n" + mixed + "boundary=b\n" + mixed + "boundary=c\n" + mixed +
+                "boundary=d\n",
             {"a", "b", "c"});
     }
     void boundaries() {
@@ -187,6 +223,166 @@ private slots:
         FreeMailItem(item);
         QCOMPARE(got, charsets);
         QCOMPARE(ranges, expected);
+    }
+
+    // Expected: from|to|subject|date|priority, "-" for a field left null.
+    void fields_data() {
+        QTest::addColumn<QByteArray>("headers");
+        QTest::addColumn<QString>("expected");
+        const QByteArray to = "To: b@example.org\n";
+        const QByteArray date = "Date: Tue, 05 Mar 2013 14:07:09 +0530\n";
+        auto row = [](const char* name, const QByteArray& headers, const QString& expected) {
+            QTest::newRow(name) << headers << expected;
+        };
+        row("plain fields keep their line feed, b word with unknown charset read as utf-8",
+            "From: Ann <a@example.org>\n" + to + "X-Priority: 3 (Normal)\nSubject: =?x-nothing?B?" +
+                QByteArray("Zoë").toBase64() + "?=\n" + date,
+            "Ann <a@example.org>\n|b@example.org\n|Zoë|05 Mar 2013 02:07:09 PM|3");
+        row("unknown encoding keeps the text, priority without digit",
+            "From: =?utf-8?X?abc?=\nX-Priority: (none)\n", "=?utf-8?X?abc?=\n|-|-|-|0");
+        row("subject words joined, text after a word kept",
+            "Subject:  =?utf-8?Q?Caf=C3=A9?= =?utf-8?b?" + QByteArray("ä").toBase64() +
+                "?= =?UTF-8?q?x?= done\n",
+            "-|-|Caféäx done|-|0");
+        row("folded subject with encoded continuation, folded to",
+            "Subject: =?utf-8?Q?a?=\n =?utf-8?Q?b?=\n\tplain\nTo: a@x,\n b@y\nFrom: f\n",
+            "f\n|a@x,\n b@y\n|ab\tplain\n|-|0");
+        row("single subject word: lower-case q is not decoded", "Subject: =?utf-8?q?a_b?=\n",
+            "-|-|=?utf-8?q?a_b?=\n|-|0");
+        row("single subject word: ?= inside is text, the line feed stays",
+            "Subject: =?utf-8?Q?a?=3Dz\n", "-|-|a?=z\n|-|0");
+        row("byte-order mark before a label", "\xEF\xBB\xBFSubject: x\n", "-|-|x\n|-|0");
+        row("seek back by characters lands inside a line",
+            "Date: 5 Mar 13 01:02:03\nSubject: \xc3\xb1\n", "-|-|-|05 Mar 2013 01:02:03 AM|0");
+        row("date with zone name and full weekday", "Date: Tuesday, 05 March 2013 14:07:09 EST\n",
+            "-|-|-|05 Mar 2013 02:07:09 PM|0");
+        row("long date beyond a small buffer",
+            "Date: Tue, 05 Mar 2013 14:07:09 +0000 (" + QByteArray(300, 'c') + ")\n",
+            "-|-|-|05 Mar 2013 02:07:09 PM|0");
+        row("unparsable date is empty, upper-case label is not removed",
+            "Date: yesterday\nSUBJECT: Hi\n", "-|-|SUBJECT: Hi\n||0");
+        row("body line overwrites while fields are missing", "From: a\nSubject: s\n\nFrom: body\n",
+            "body\n|-|s\n|-|0");
+        row("field labels only at line starts",
+            "From: a\n\nab: c\nxTo: no\nbody To: no\n" + QByteArray(70, 'y') + "\nTO: yes\n",
+            "a\n|TO: yes\n|-|-|0");
+        row("property-list doctype ends the fields",
+            "From: a\n\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\">\nTo: late\n",
+            "a\n|-|-|-|0");
+    }
+    void fields() {
+        QFETCH(QByteArray, headers);
+        QFETCH(QString, expected);
+        // A header after the trailer is never read.
+        const QString path = TestSupport::TempFile(Emlx(headers + "\nbody\n") + "Subject: late\n");
+        MailItem* item = NewMailItem();
+        QVERIFY(AnalyseMessageFile(path, item));
+        const QString got =
+            QStringList{Field(item->pFrom, item->ulFromSize), Field(item->pTo, item->ulToSize),
+                        Field(item->pSubject, item->ulSubjectSize),
+                        item->pDate ? QString::fromLatin1(item->pDate, int(item->ulDateSize))
+                                    : QStringLiteral("-"),
+                        QString::number(item->iPriority)}
+                .join('|');
+        FreeMailItem(item);
+        QCOMPARE(got, expected);
+    }
+
+    void dateInOtherLocale() {
+        // Month and day names are English whatever the process locale is.
+        const char* old = setlocale(LC_ALL, nullptr);
+        const QByteArray saved = old ? QByteArray(old) : QByteArray("C");
+        if (!setlocale(LC_ALL, "de_DE.UTF-8") && !setlocale(LC_ALL, "fr_FR.UTF-8"))
+            QSKIP("no other locale installed");
+        const QByteArray got = FormatMailDate(QStringLiteral("Tue, 05 Mar 2013 14:07:09 +0000"));
+        setlocale(LC_ALL, saved.constData());
+        QCOMPARE(got, QByteArray("05 Mar 2013 02:07:09 PM"));
+    }
+
+    void qDecode_data() {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QByteArray>("bytes");
+        auto row = [](const char* name, const char* text, const QByteArray& bytes) {
+            QTest::newRow(name) << QString::fromUtf8(text) << bytes;
+        };
+        row("upper and lower hex", "a=3Db=c3=a9", "a=b\xc3\xa9");
+        row("underscore kept", "a_b", "a_b");
+        row("one digit before the end", "=4", "@");
+        row("equals at the end", "x=", QByteArray("x\0", 2));
+        row("non-hex digits count 0", "=G1=ZZ", QByteArray("\x01\0", 2));
+        row("latin-1 character, character above 255", "é€", QByteArray("\xe9\0", 2));
+    }
+    void qDecode() {
+        QFETCH(QString, text);
+        QFETCH(QByteArray, bytes);
+        QCOMPARE(ScaningThread::QDecode(text), bytes);
+    }
+
+    void notRegularFiles() {
+        QTemporaryDir dir;
+        MailItem* item = NewMailItem();
+        QVERIFY(!AnalyseMessageFile(dir.filePath("missing.emlx"), item));
+        QVERIFY(!AnalyseMessageFile(dir.path(), item));
+        const QString fifo = dir.filePath("fifo.emlx");
+        QCOMPARE(mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+        QVERIFY(!AnalyseMessageFile(fifo, item)); // must not block
+        QVERIFY(item->pFrom == nullptr && item->pAttachHead == nullptr);
+        FreeMailItem(item);
+    }
+
+    // The file is the head, then the fill repeated to 50 MB when given: one
+    // line walked as a whole, never copied whole.
+    void damagedFiles_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QByteArray>("fill");
+        auto row = [](const char* name, const QByteArray& bytes, const QByteArray& fill = {}) {
+            QTest::newRow(name) << bytes << fill;
+        };
+        row("nul bytes", QByteArray(4096, '\0'));
+        row("nul inside header lines",
+            QByteArray(Emlx(RichMessage())).replace("Content-", QByteArray("\0ontent-", 8)));
+        row("crlf", QByteArray(Emlx(RichMessage())).replace("\n", "\r\n"));
+        row("huge negative count", "-9223372036854775808\n" + RichMessage());
+        row("huge count", "99999999999999999999\n" + RichMessage());
+        row("long date", Emlx("Date: " + QByteArray(100000, '1') + "\n\n"));
+        QByteArray noise(1 << 20, '\0');
+        QRandomGenerator gen(20130305);
+        for (char& c : noise)
+            c = char(gen.bounded(256));
+        row("random bytes", noise);
+        for (int i = 0; i < noise.size(); i += 37)
+            noise[i] = (i / 37) % 3 ? '\n' : '-';
+        row("random lines", noise);
+        row("huge line inside a part header",
+            "100\nContent-Type: multipart/mixed; boundary=b\nSubject: x\n\n--b\n"
+            "Content-Type: image/png; name=\"",
+            "x");
+        // Given back after a folded header: its length is counted in
+        // characters of non-ASCII text.
+        row("huge line after a folded date", "10\nDate: x\n y\n", "\xc3\xa9\xff");
+        row("huge line as a header value", "10\nFrom: ", "ab");
+    }
+    void damagedFiles() {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QByteArray, fill);
+        const QString path = TempFile(bytes, "x.partial.emlx");
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::Append));
+        QByteArray chunk;
+        while (!fill.isEmpty() && chunk.size() < (1 << 20))
+            chunk += fill;
+        for (qint64 written = 0; !fill.isEmpty() && written < 50 << 20; written += chunk.size())
+            QCOMPARE(f.write(chunk), qint64(chunk.size()));
+        f.close();
+        QVERIFY(Run(path));
+    }
+
+    void everyTruncation() {
+        // The message cut after every byte: headers, delimiters and names
+        // all end in the middle somewhere.
+        const QByteArray full = Emlx(RichMessage());
+        for (int n = 0; n <= full.size(); ++n)
+            QVERIFY(Run(full.left(n)));
     }
 };
 

@@ -1,5 +1,9 @@
-// The worker thread and the scan walk: start and stop requests, the order of
-// the signals per list line, and where a scan ends.
+// The scan: the worker thread's start and stop requests, the order of the
+// signals per list line and where a scan ends; the folder path and message
+// number of a list line; the folder builder (each (name, parent) pair
+// created once, parents announced before children); the scan records with
+// the headless folder tree, and the small shared helpers.
+#include "scanner/Discovery.h"
 #include "scanner/FolderTreeSink.h"
 #include "scanner/Globals.h"
 #include "scanner/Records.h"
@@ -15,6 +19,18 @@
 using namespace TestSupport;
 
 namespace {
+
+const QString kMail = QStringLiteral("/Users/anna/Library/Mail");
+const QString kStore = QStringLiteral("/data/Backup Store");
+
+// Logs every announcement: "parent>id:name".
+class RecordingSink : public FolderTreeSink {
+public:
+    void LeftTreeView(unsigned long long parentId, unsigned long long id, QString name) override {
+        calls << QStringLiteral("%1>%2:%3").arg(parentId).arg(id).arg(name);
+    }
+    QStringList calls;
+};
 
 // Logs the thread's signals as letters, in the order the worker emits them:
 // S progress shown, T and the total, C list cleared, N new item, V progress step,
@@ -89,6 +105,13 @@ private slots:
         bStopFlag = false;
         llParentIdRunning = 0;
         PID = 501;
+        // The folder builder tests call treeCreator outside a scan: they reset
+        // what a scan resets and hand the builder the recording sink.
+        objMapName_FID.clear();
+        objMapFID_PID.clear();
+        objMapFID_Name.clear();
+        m_pMainWindow = &m_rec;
+        m_rec.calls.clear();
         QVERIFY(m_dir.isValid());
         m_store = m_dir.path() + QStringLiteral("/store") + QString::number(++m_run);
         m_strInputfilepath = m_store;
@@ -96,6 +119,7 @@ private slots:
     void cleanup() {
         FreeAllFolderRecords();
         pMainWindow = nullptr;
+        m_pMainWindow = nullptr;
         QFile::remove(pellomar::TempDir() + "/QuenmoorEmlx");
     }
 
@@ -284,12 +308,9 @@ private slots:
         for (const char* name :
              {"QuenmoorEmlx", "QuenmoorEmlxErrors", "QuenmoorEmlxPart", "QuenmoorEmlxPartErrors"})
             QTest::newRow(name) << name << "link";
-        QTest::newRow("folder is a link") << ""
-                                          << "link";
-        QTest::newRow("folder is a file") << ""
-                                          << "file";
-        QTest::newRow("folder open to others") << ""
-                                               << "open folder";
+        QTest::newRow("folder is a link") << QString() << "link";
+        QTest::newRow("folder is a file") << QString() << "file";
+        QTest::newRow("folder open to others") << QString() << "open folder";
     }
     void plantedNames() {
         QFETCH(QString, name);
@@ -332,7 +353,190 @@ private slots:
                                           : QFile::remove(planted));
     }
 
+    void folderPath_data() {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QString>("store");
+        QTest::addColumn<QString>("expected");
+        auto row = [](const char* name, const QString& line, const QString& store,
+                      const char* expected) { QTest::newRow(name) << line << store << expected; };
+        const QString msg = QStringLiteral("/Messages/1.emlx");
+
+        // Under the user's Mail folder: the version folder goes.
+        row("mail: nested mailboxes with uuid/Data level",
+            kMail + "/V2/Mailboxes/Work.mbox/Projects.mbox/6F3A/Data/3" + msg, kMail,
+            "Mailboxes/Work/Projects");
+        row("mail: mailbox starting with V loses its level",
+            kMail + "/Vacation.mbox/Sub.mbox" + msg, kMail, "Sub");
+        row("mail: lone V mailbox keeps Messages", kMail + "/Vacation.mbox" + msg, kMail,
+            "Messages");
+        row("mail: no version folder", kMail + "/Mailboxes/Old.mbox" + msg, kMail, "Mailboxes/Old");
+        row("mail: /V with no further slash stays", kMail + "/V2/9.emlx", kMail, "");
+        row("mail: found in the middle, wins over the store",
+            "/Volumes/Old Disk" + kMail + "/V3/Mailboxes/A.mbox" + msg,
+            QStringLiteral("/Volumes/Old Disk"), "Mailboxes/A");
+
+        // Elsewhere: the store folder is removed, the version folder kept.
+        row("store: Library picked, /Mail/ dropped", "/Users/x/Library/Mail/V2/A.mbox" + msg,
+            QStringLiteral("/Users/x/Library"), "V2/A");
+        row("store: /V/ folder dropped to its slash", kStore + "/V/Mailboxes/A.mbox" + msg, kStore,
+            "Mailboxes/A");
+        row("store: trailing slash in the store path skips a level",
+            kStore + "/V2/Mailboxes/A.mbox" + msg, kStore + "/", "Mailboxes/A");
+        row("store: .mbox inside a name is removed as well",
+            kStore + "/Archive.mboxes/Old.mbox" + msg, kStore, "Archivees/Old");
+        row("store: every occurrence of the store text goes", "/s/a/s/B.mbox" + msg,
+            QStringLiteral("/s"), "a/B");
+        row("store: the match is case-sensitive", "/DATA/Backup Store/V2/A.mbox" + msg, kStore,
+            "DATA/Backup Store/V2/A");
+        row("find error line", "find: '/x/y': Permission denied", kStore, "x");
+        row("line without slash", "garbage", kStore, "");
+    }
+    void folderPath() {
+        QFETCH(QString, line);
+        QFETCH(QString, store);
+        QFETCH(QString, expected);
+        QCOMPARE(FolderPathForMessage(line, kMail, store), expected);
+    }
+
+    void messageNumber_data() {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<quint64>("value");
+        auto row = [](const char* line, const char* text, quint64 value) {
+            QTest::newRow(line) << line << text << value;
+        };
+        row("/a/Messages/1234.partial.emlx", "1234", 1234);
+        row("/a.mbox/Messages/7.emlx", "7", 7);
+        row("12.emlx", "12", 12);
+        row("/a/Messages/abc.emlx", "abc", 0);
+        row("/a/Messages/-3.emlx", "-3", 0);
+        row("/a/18446744073709551615.emlx", "18446744073709551615", 18446744073709551615ULL);
+        row("/a/18446744073709551616.emlx", "18446744073709551616", 0);
+    }
+    void messageNumber() {
+        QFETCH(QString, line);
+        QFETCH(QString, text);
+        QFETCH(quint64, value);
+        QCOMPARE(MessageNumberText(line), text);
+        QCOMPARE(MessageNumberValue(text), value);
+    }
+
+    void buildsFolders_data() {
+        QTest::addColumn<QStringList>("paths");
+        QTest::addColumn<QStringList>("calls");
+        QTest::addColumn<QList<unsigned long long>>("folderOfEach");
+        using L = QList<unsigned long long>;
+        QTest::newRow("same name under two parents, found again")
+            << QStringList{"A/Inbox", "B/Inbox", "A/Inbox", "B/Inbox"}
+            << QStringList{"501>502:A", "502>503:Inbox", "501>504:B", "504>505:Inbox"}
+            << L{503, 505, 503, 505};
+        QTest::newRow("shared prefix is built once")
+            << QStringList{"Mailboxes/Work", "Mailboxes/Work/Projects", "Mailboxes/Home"}
+            << QStringList{"501>502:Mailboxes", "502>503:Work", "503>504:Projects", "502>505:Home"}
+            << L{503, 504, 505};
+        QTest::newRow("empty path keeps the previous folder")
+            << QStringList{"A", "", "B", ""} << QStringList{"501>502:A", "501>503:B"}
+            << L{502, 502, 503, 503};
+        QTest::newRow("empty parts give folders with empty names")
+            << QStringList{"A//B", "/A", "A//B"}
+            << QStringList{"501>502:A", "502>503:", "503>504:B", "501>505:", "505>506:A"}
+            << L{504, 506, 504};
+        QTest::newRow("names are case-sensitive")
+            << QStringList{"Inbox", "inbox", "Inbox"}
+            << QStringList{"501>502:Inbox", "501>503:inbox"} << L{502, 503, 502};
+    }
+    void buildsFolders() {
+        QFETCH(QStringList, paths);
+        QFETCH(QStringList, calls);
+        QFETCH(QList<unsigned long long>, folderOfEach);
+        ScaningThread thread;
+        QList<unsigned long long> folders;
+        for (const QString& p : paths) {
+            thread.treeCreator(p);
+            folders << llParentIdRunning;
+        }
+        QCOMPARE(m_rec.calls, calls);
+        QCOMPARE(folders, folderOfEach);
+    }
+
+    void recordsKeepOrderAndFreeEverything() {
+        FldrAtrib* a = AppendFolderRecord(0, 501, nullptr, 3);
+        FldrAtrib* b = AppendFolderRecord(501, 502, nullptr, 0);
+        FldrAtrib* c = AppendFolderRecord(502, 503, nullptr, 0);
+        QCOMPARE(StartFldrAtrib, a);
+        QCOMPARE(EndFldrAtrib, c);
+        QCOMPARE(a->pNext, b);
+        QCOMPARE(FindFolderRecord(503, 502), c);
+        QVERIFY(!FindFolderRecord(503, 501));
+        for (int i = 0; i < 3; ++i) {
+            MailItem* m = NewMailItem();
+            SetUtf16(&m->pSubject, &m->ulSubjectSize, QStringLiteral("S%1 ü").arg(i));
+            SetUtf16(&m->pPath, &m->ulPathSize, QStringLiteral("/p/%1.emlx").arg(i));
+            SetBytes(&m->pPlainCharset, "utf-8");
+            SetBytes(&m->pDate, QByteArray());
+            for (int k = 0; k < 2; ++k) {
+                AttachmentEntry* e = NewAttachment();
+                SetUtf16(&e->pName, &e->ulNameSize, QStringLiteral("a%1.png").arg(k));
+                SetUtf16(&e->pPartFile, &e->ulPartFileSize, QStringLiteral("/p/1.2.emlxpart"));
+                AppendAttachment(m, e);
+            }
+            AppendMailToFolder(b, m);
+        }
+        QCOMPARE(b->ullMsgCount, quint64(3));
+        QCOMPARE(Utf16Text(b->pFirstMail->pSubject, b->pFirstMail->ulSubjectSize),
+                 QStringLiteral("S0 ü"));
+        QCOMPARE(b->pFirstMail->ulSubjectSize, quint32(8));
+        QCOMPARE(Utf16Text(b->pLastMail->pSubject, b->pLastMail->ulSubjectSize),
+                 QStringLiteral("S2 ü"));
+        QVERIFY(b->pLastMail->pAttachTail->pNext == nullptr);
+        QCOMPARE(QByteArray(b->pFirstMail->pDate), QByteArray());
+        // Everything is freed (LeakSanitizer checks the blocks) and the list is empty.
+        FreeAllFolderRecords();
+        QVERIFY(!StartFldrAtrib);
+        QVERIFY(!EndFldrAtrib);
+        QVERIFY(!FindFolderRecord(502));
+    }
+
+    void headlessSinkBuildsRootAndSkipsUnknownParents() {
+        HeadlessFolderSink sink;
+        sink.LeftTreeView(501, 502, QStringLiteral("Mailboxes"));
+        sink.LeftTreeView(502, 503, QStringLiteral("Re (old)"));
+        sink.LeftTreeView(999, 504, QStringLiteral("Orphan"));
+        QCOMPARE(StartFldrAtrib->ullId, 501ull);
+        QCOMPARE(StartFldrAtrib->ucTickState, quint8(3));
+        QCOMPARE(sink.FolderName(501), QStringLiteral("Mailbox"));
+        QCOMPARE(sink.FolderPath(503), QStringLiteral("Mailboxes/Re (old)"));
+        FldrAtrib* orphan = FindFolderRecord(504);
+        QVERIFY(orphan);
+        QVERIFY(!orphan->pTreeItem);
+        QVERIFY(FindFolderRecord(503)->pTreeItem);
+        QCOMPARE(FindFolderRecord(503)->ucTickState, quint8(0));
+    }
+
+    // Root's home is elsewhere; the name is compared exactly.
+    void defaultMailPath() {
+        QCOMPARE(DefaultMailPathFor("anna"), QStringLiteral("/Users/anna/Library/Mail"));
+        QCOMPARE(DefaultMailPathFor("root"), QStringLiteral("/private/var/root/Library/Mail"));
+        QCOMPARE(DefaultMailPathFor("Root"), QStringLiteral("/Users/Root/Library/Mail"));
+    }
+
+    // Names with what a shell would expand or end a quote on.
+    void shellQuoteSurvivesBash_data() {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("single quote") << "Anna's mail";
+        QTest::newRow("dollar, backtick, backslash, blank") << "$HOME `id` \\x (1)";
+    }
+    void shellQuoteSurvivesBash() {
+        QFETCH(QString, name);
+        QTemporaryDir dir(QDir::tempPath() + "/pellomar-quote-XXXXXX");
+        QVERIFY(dir.isValid());
+        const QString path = dir.path() + "/" + name;
+        QCOMPARE(pellomar::RunShellCommand("touch " + pellomar::ShellQuote(path)), 0);
+        QVERIFY(QFileInfo::exists(path));
+    }
+
 private:
+    RecordingSink m_rec;
     QTemporaryDir m_dir;
     QString m_store;
     QByteArray m_path;

@@ -1,18 +1,31 @@
-// What the preview reads back from a message: body text by transfer encoding
-// and charset, and decoded attachments with safe file names.
+// What the preview reads back from a message (body text by transfer encoding
+// and charset, decoded attachments with safe file names) and the mailbox
+// selection dialog.
+#include "app/SelectData.h"
 #include "scanner/FileAccess.h"
 #include "scanner/Globals.h"
 #include "scanner/MessageAnalysis.h"
 #include "scanner/Records.h"
 #include "tests/TestSupport.h"
 #include "ui/PreviewDecoding.h"
+#include "ui_BrowseWindow.h"
 
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <sys/stat.h>
 
 namespace {
+// The directory chooser is replaced by a scripted answer.
+class ScriptedSelectData : public SelectData {
+public:
+    QString answer;
+
+protected:
+    QString AskForDirectory() override { return answer; }
+};
+
 // Writes a message, analyses it and returns its record (freed by the caller).
 MailItem* Analysed(const QString& path, const QByteArray& message) {
     TestSupport::WriteFile(path, TestSupport::Emlx(message));
@@ -98,18 +111,14 @@ private slots:
     void safeNames_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("safe");
-        QTest::newRow("ordinary") << "report.pdf"
-                                  << "report.pdf";
-        QTest::newRow("path") << "../../etc/passwd"
-                              << ".._.._etc_passwd";
-        QTest::newRow("dot dot") << ".."
-                                 << "_..";
-        QTest::newRow("backslash and control") << "a\\b\tc"
-                                               << "a_b_c";
-        QTest::newRow("empty") << ""
-                               << "_";
-        QTest::newRow("quote and dollar kept") << "it's $x.txt"
-                                               << "it's $x.txt";
+        auto row = [](const char* name, const char* in, const char* out) {
+            QTest::newRow(name) << QString(in) << QString(out);
+        };
+        row("path", "../../etc/passwd", ".._.._etc_passwd");
+        row("dot dot", "..", "_..");
+        row("backslash and control", "a\\b\tc", "a_b_c");
+        row("empty", "", "_");
+        row("quote and dollar kept", "it's $x.txt", "it's $x.txt");
     }
     void safeNames() {
         QFETCH(QString, name);
@@ -190,6 +199,42 @@ private slots:
         QCOMPARE(WriteAttachments(m, dir.path() + "/decoded"), QStringList{"0x y.bin"});
         FreeMailItem(m);
         QCOMPARE(TestSupport::ReadFile(dir.path() + "/decoded/0x y.bin"), bytes);
+    }
+
+    // The dialog proposes the user's store; a cancelled chooser goes back to
+    // it, whatever was chosen before.
+    void selectData_data() {
+        QTest::addColumn<QStringList>("answers");
+        QTest::addColumn<QString>("expected");
+        const QString def = DefaultMailPathFor(pellomar::ConsoleUserName());
+        QTest::newRow("proposed") << QStringList{} << def;
+        QTest::newRow("chosen folder") << QStringList{"/data/Mail"} << "/data/Mail";
+        QTest::newRow("cancel after a choice") << QStringList{"/data/Mail", ""} << def;
+    }
+    void selectData() {
+        QFETCH(QStringList, answers);
+        QFETCH(QString, expected);
+        ScriptedSelectData dlg;
+        for (const QString& a : answers) {
+            dlg.answer = a;
+            dlg.OpenFileDialog();
+        }
+        QCOMPARE(m_strInputfilepath, expected);
+        QCOMPARE(dlg.ui->SelectPSTLEdit->text(), expected);
+        QVERIFY(dlg.ui->StartButton->isEnabled());
+    }
+
+    void selectDataStartHidesAndSignals() {
+        ScriptedSelectData dlg;
+        dlg.show();
+        QSignalSpy spy(&dlg, &SelectData::StartScanning);
+        QTest::mouseClick(dlg.ui->StartButton, Qt::LeftButton);
+        QCOMPARE(spy.count(), 1);
+        QVERIFY(!dlg.isVisible());
+        dlg.show();
+        QTest::mouseClick(dlg.ui->closeButton, Qt::LeftButton);
+        QVERIFY(!dlg.isVisible());
+        QCOMPARE(spy.count(), 1);
     }
 };
 

@@ -1,26 +1,55 @@
 // The main window: folder tree and message list, the folder calls from the
-// worker thread, and the close guard. The window holds a web view, so this
-// test starts Qt WebEngine.
+// worker thread, the tick boxes of the folder tree, the checks of the Save
+// command, and the close guard. The window holds a web view, so this test
+// starts Qt WebEngine.
 #include "scanner/Globals.h"
 #include "scanner/Records.h"
+#include "scanner/ScaningThread.h"
 #include "tests/GuiTestSupport.h"
 #include "tests/TestSupport.h"
 #include "ui/PreviewWindow.h"
 
 #include <QAction>
+#include <QTemporaryDir>
 #include <QThread>
 #include <QTreeWidget>
 #include <QtTest>
 
+#include <unistd.h>
+
 class TestWindow : public QObject {
     Q_OBJECT
-    PreviewWindow* w = nullptr;
+    GuiTestSupport::ScriptedWindow* w = nullptr;
+
+    // Mailbox(501) > A(502) > {A1(503) > A1x(506), A2(504)}, B(505)
+    void tree() {
+        w->LeftTreeView(501, 502, "A");
+        w->LeftTreeView(502, 503, "A1");
+        w->LeftTreeView(502, 504, "A2");
+        w->LeftTreeView(501, 505, "B");
+        w->LeftTreeView(503, 506, "A1x");
+    }
+    void click(unsigned long long id, Qt::CheckState state) {
+        QTreeWidgetItem* item = w->FolderItem(id);
+        item->setCheckState(0, state);
+        w->ShowindivisualMailItemsInfo(item, 0);
+    }
+    QString states() {
+        // "<check state><record tick>" per folder, in tree order.
+        QString out;
+        for (QTreeWidgetItemIterator it(w->m_pLeftTreeWidget); *it; ++it) {
+            const unsigned long long id = (*it)->text(1).toULongLong();
+            out += QString::number(int((*it)->checkState(0))) +
+                   QString::number(FindFolderRecord(id)->ucTickState) + " ";
+        }
+        return out.trimmed();
+    }
 
 private slots:
     void init() {
         closeevent = 0;
         bProcessRunning = false;
-        w = new PreviewWindow;
+        w = new GuiTestSupport::ScriptedWindow;
     }
     void cleanup() {
         w->CleanListAndHash();
@@ -76,34 +105,25 @@ private slots:
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 1);
     }
 
+    // The count replaces the one after the last parenthesis, also at the
+    // label's start.
     void folderLabelCountsMessages_data() {
         QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("afterFirst");
-        QTest::addColumn<QString>("afterThird");
-        QTest::newRow("plain") << "Inbox"
-                               << "Inbox(1)"
-                               << "Inbox(3)";
-        QTest::newRow("parenthesis in name") << "Re (old)"
-                                             << "Re (old)(1)"
-                                             << "Re (old)(3)";
-        QTest::newRow("empty name") << ""
-                                    << "(1)"
-                                    << "(3)";
+        QTest::newRow("parenthesis in name") << "Re (old)";
+        QTest::newRow("empty name") << "";
     }
     void folderLabelCountsMessages() {
         QFETCH(QString, name);
-        QFETCH(QString, afterFirst);
-        QFETCH(QString, afterThird);
         w->LeftTreeView(501, 502, name);
         QTreeWidgetItem* item = w->FolderItem(502);
         w->OnNewItem("one", "11", item, 502, 1, false, 0, 0);
         w->ShowPendingScanView();
-        QCOMPARE(item->text(0), afterFirst);
+        QCOMPARE(item->text(0), name + "(1)");
         QCOMPARE(w->m_pLeftTreeWidget->currentItem(), item);
         // Announcements shown together give the labels shown one by one.
         w->OnNewItem("two", "12", item, 502, 2, false, 0, 2);
         w->OnNewItem("three", "13", item, 502, 3, false, 0, 2);
-        QTRY_COMPARE(item->text(0), afterThird);
+        QTRY_COMPARE(item->text(0), name + "(3)");
     }
 
     // The list is emptied when the scan moves to another folder: the rows
@@ -183,16 +203,13 @@ private slots:
         QTest::addColumn<int>("answer");
         QTest::addColumn<QString>("boxText");
         QTest::addColumn<bool>("closes");
-        QTest::newRow("running: refused with a warning")
-            << true << 0 << int(QMessageBox::Ok)
-            << "Application Running !!\nPlease halt the current process to exit." << false;
-        QTest::newRow("running beats the close flag")
-            << true << 1 << int(QMessageBox::Ok)
-            << "Application Running !!\nPlease halt the current process to exit." << false;
-        QTest::newRow("asked, answered No")
-            << false << 0 << int(QMessageBox::No) << "Do you want to close Pellomar?" << false;
-        QTest::newRow("asked, answered Yes")
-            << false << 0 << int(QMessageBox::Yes) << "Do you want to close Pellomar?" << true;
+        const QString running = "Application Running !!\nPlease halt the current process to exit.";
+        const QString ask = "Do you want to close Pellomar?";
+        const int ok = QMessageBox::Ok, no = QMessageBox::No, yes = QMessageBox::Yes;
+        QTest::newRow("running: refused with a warning") << true << 0 << ok << running << false;
+        QTest::newRow("running beats the close flag") << true << 1 << ok << running << false;
+        QTest::newRow("asked, answered No") << false << 0 << no << ask << false;
+        QTest::newRow("asked, answered Yes") << false << 0 << yes << ask << true;
         QTest::newRow("closing on purpose does not ask") << false << 1 << 0 << "" << true;
     }
     void closeGuard() {
@@ -215,6 +232,78 @@ private slots:
             QCOMPARE(seen->text, boxText);
             QCOMPARE(seen->title, QStringLiteral("Pellomar"));
         }
+    }
+
+    // Clicks as "id+" (ticked), "id-" (unticked) or "id~" (partly ticked).
+    void propagation_data() {
+        QTest::addColumn<QString>("clicks");
+        // Tree order: Mailbox A A1 A1x A2 B; check state 0/1/2, record tick 0..3.
+        QTest::addColumn<QString>("expected");
+        auto row = [](const char* name, const char* clicks, const char* expected) {
+            QTest::newRow(name) << QString(clicks) << QString(expected);
+        };
+        row("root ticks everything", "501+", "21 21 21 21 21 21");
+        row("root unticks everything", "501+ 501-", "03 03 03 03 03 03");
+        row("folder ticks its subtree, parents partly", "503+", "12 12 21 21 00 00");
+        row("all children ticked tick the parent", "503+ 504+", "12 21 21 21 21 00");
+        row("whole tree ticked by its top folders", "502+ 505+", "21 21 21 21 21 21");
+        row("unticking a leaf makes ancestors partly ticked", "501+ 506-", "12 12 03 03 21 21");
+        row("partly ticked by hand leaves the subtree alone", "503+ 502~", "12 12 21 21 00 00");
+    }
+    void propagation() {
+        QFETCH(QString, clicks);
+        QFETCH(QString, expected);
+        tree();
+        for (const QString& c : clicks.split(' ')) {
+            const QChar s = c.back();
+            click(c.chopped(1).toULongLong(), s == '+'   ? Qt::Checked
+                                              : s == '-' ? Qt::Unchecked
+                                                         : Qt::PartiallyChecked);
+        }
+        QCOMPARE(states(), expected);
+    }
+
+    void saveChecks_data() {
+        QTest::addColumn<bool>("tickRoot");
+        QTest::addColumn<QString>("dir"); // "ro" = a read-only folder, "tmp" = a writable one
+        QTest::addColumn<QString>("boxText");
+        QTest::addColumn<int>("chooserCalls");
+        auto row = [](const char* name, bool tick, const char* dir, const char* box, int calls) {
+            QTest::newRow(name) << tick << QString(dir) << QString(box) << calls;
+        };
+        row("nothing ticked", false, "tmp", "Select a folder to save.", 0);
+        row("chooser cancelled", true, "", "", 1);
+        row("not a folder", true, "/nonexistent/pellomar", "", 1);
+        row("read-only destination", true, "ro",
+            "No write permission for selected destination. Choose another location to save "
+            "converted file.",
+            1);
+    }
+    void saveChecks() {
+        QFETCH(bool, tickRoot);
+        QFETCH(QString, dir);
+        QFETCH(QString, boxText);
+        QFETCH(int, chooserCalls);
+        if (dir == "ro" && geteuid() == 0)
+            QSKIP("root can write into read-only folders");
+        QTemporaryDir tmp;
+        if (dir == "ro")
+            QFile::setPermissions(tmp.path(), QFile::ReadOwner | QFile::ExeOwner);
+        if (dir == "tmp" || dir == "ro")
+            dir = tmp.path();
+        tree();
+        if (tickRoot)
+            click(501, Qt::Checked);
+        w->answers = QStringList{dir};
+        auto seen = boxText.isEmpty() ? std::make_shared<GuiTestSupport::SeenBox>()
+                                      : GuiTestSupport::AnswerNextMessageBox(QMessageBox::Ok);
+        w->OnSavingFiles();
+        QTRY_COMPARE(seen->seen, !boxText.isEmpty());
+        QCOMPARE(seen->text, boxText);
+        QCOMPARE(w->asked, chooserCalls);
+        QVERIFY(IsPreview);
+        QVERIFY(!w->m_pScaningThread->isRunning());
+        QFile::setPermissions(tmp.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 };
 
