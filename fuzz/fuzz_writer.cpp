@@ -1,9 +1,13 @@
 // The mbox writer on any bytes as a message file, against the line-by-line
 // oracle: the first byte chooses partial or not, bytes kept or converted,
-// status lines, and the read size; a partial message's last quarter is also
-// its detached part. A difference is a failure.
+// status lines, Mail's decoded part files, and the read size; a partial
+// message's last quarter is also its detached part (as an .emlxpart file, or
+// as the decoded file of sections 1 and 2 under Attachments). A difference
+// from the oracle is a failure; the oracle knows neither status lines nor
+// decoded files, so those runs are checked for safety only.
 #include "export/MboxWriter.h"
 #include "fuzz/FuzzSupport.h"
+#include "scanner/DetachedParts.h"
 #include "tests/WriterOracle.h"
 
 #include <QBuffer>
@@ -18,14 +22,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool partial = mode & 1;
     RunOptions options;
     options.keepBytes = mode & 2;
-    options.withStatus = mode & 4; // not modelled by the oracle: checked for safety only
+    options.withStatus = mode & 4;
     const int chunk = kChunks[(mode >> 3) % 6];
+    const bool decoded = partial && (mode & 64);
 
     const char* bytes = reinterpret_cast<const char*>(data);
     const QByteArray file(bytes, int(size));
-    const QString path = fuzz::WriteInput(QStringLiteral("1.partial.emlx"), bytes, qint64(size));
+    QDir(fuzz::Folder()).mkpath(QStringLiteral("Messages"));
+    const QString path =
+        fuzz::WriteInput(QStringLiteral("Messages/1.partial.emlx"), bytes, qint64(size));
     QStringList parts;
-    if (partial)
+    if (decoded) {
+        for (const char* section : {"1", "2"}) {
+            QDir(fuzz::Folder()).mkpath(QStringLiteral("Attachments/1/") + QLatin1String(section));
+            fuzz::WriteInput(QStringLiteral("Attachments/1/%1/a b.bin").arg(section),
+                             bytes + size * 3 / 4, qint64(size - size * 3 / 4));
+        }
+    } else if (partial)
         parts << fuzz::WriteInput(QStringLiteral("1.2.emlxpart"), bytes + size * 3 / 4,
                                   qint64(size - size * 3 / 4));
 
@@ -33,9 +46,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     in.setData(file);
     in.open(QIODevice::ReadOnly);
     out.open(QIODevice::WriteOnly);
-    const MboxWriter::CopyResult result =
-        MboxWriter::WriteMessage(in, out, partial, parts, options, chunk);
-    if (options.withStatus)
+    RemovedParts removed(path);
+    const MboxWriter::CopyResult result = MboxWriter::WriteMessage(
+        in, out, partial, parts, options, chunk, decoded ? &removed : nullptr);
+    if (options.withStatus || decoded)
         return 0;
     quint64 count;
     bool converted;
