@@ -331,6 +331,7 @@ int main(int argc, char** argv) {
         return Copy(argv[2], argc == 4 ? argv[3] : nullptr);
     if (argc >= 4 && strcmp(argv[1], "measure") == 0)
         return Measure(argv[2], argv + 3);
-    fprintf(stderr, "usage: %s generate DIR N | copy DIR [OUT] | measure OUT CMD [ARGS...]\n", argv[0]);
+    fprintf(stderr, "usage: %s generate DIR N | copy DIR [OUT] | measure OUT CMD [ARGS...]\n",
+            argv[0]);
     return 2;
 }

@@ -109,6 +109,9 @@ int main(int argc, char** argv) {
     poll.start(1);
     app.exec();
 
+    // BENCH_SCREENSHOT=FILE keeps a picture of the window as the scan left it.
+    if (qEnvironmentVariableIsSet("BENCH_SCREENSHOT"))
+        window->grab().save(qEnvironmentVariable("BENCH_SCREENSHOT"));
     const FldrAtrib* last = LastFolderRecord();
     const int rows = window->m_pCenterTreeWidget->topLevelItemCount();
     QProgressBar* bar =
