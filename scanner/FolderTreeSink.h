@@ -10,8 +10,7 @@
 class FolderTreeSink {
 public:
     virtual ~FolderTreeSink() = default;
-    virtual void LeftTreeView(unsigned long long parentId, unsigned long long id,
-                              QString name) = 0;
+    virtual void LeftTreeView(unsigned long long parentId, unsigned long long id, QString name) = 0;
 };
 
 // A folder tree without widgets: it keeps the folder records and names. The
