@@ -13,6 +13,9 @@
 
 namespace TestSupport {
 
+// The line that starts each message in an mbox file of the package.
+inline const QByteArray kSep = "From - &&&&&@@@####\n";
+
 inline QString SourceDir() {
     return QStringLiteral(PELLOMAR_SOURCE_DIR);
 }
