@@ -98,8 +98,7 @@ inline QString CliToolPath() {
 
 struct CliOutput {
     int code = -1; // -1: crashed or did not finish within two minutes
-    QByteArray out;
-    QByteArray err;
+    QByteArray out, err;
 };
 
 // Runs pellomar-cli with the arguments and waits for it.
