@@ -34,10 +34,7 @@ protected:
 };
 
 struct SeenBox {
-    QString title;
-    QString text;
-    QString informative;
-    QString detailed;
+    QString title, text, informative, detailed;
     bool seen = false;
 };
 

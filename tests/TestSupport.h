@@ -13,6 +13,9 @@
 
 namespace TestSupport {
 
+// The line that starts each message in an mbox file of the package.
+inline const QByteArray kSep = "From - &&&&&@@@####\n";
+
 inline QString SourceDir() {
     return QStringLiteral(PELLOMAR_SOURCE_DIR);
 }
@@ -95,8 +98,7 @@ inline QString CliToolPath() {
 
 struct CliOutput {
     int code = -1; // -1: crashed or did not finish within two minutes
-    QByteArray out;
-    QByteArray err;
+    QByteArray out, err;
 };
 
 // Runs pellomar-cli with the arguments and waits for it.

