@@ -7,6 +7,7 @@
 #include "tests/TestSupport.h"
 
 #include <QDirIterator>
+#include <QMap>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -40,6 +41,42 @@ QString PackageIn(const QString& dest) {
 void UpdateGolden(const QString& reviewed, const std::function<bool()>& write) {
     if (qEnvironmentVariableIntValue("PELLOMAR_UPDATE_GOLDEN") == 1 && write())
         qWarning("rewrote %s", qPrintable(reviewed));
+}
+
+// The bodies of a message's leaf parts by IMAP section, decoded: the
+// mail reader's view of what the package holds.
+void Sections(const QByteArray& entity, const QString& section, QMap<QString, QByteArray>& out) {
+    const int split = entity.indexOf("\n\n");
+    const QString head =
+        QString::fromLatin1(entity.left(split)).replace(QRegularExpression("\n[ \t]"), " ");
+    const QByteArray body = split < 0 ? QByteArray() : entity.mid(split + 2);
+    const auto boundary = QRegularExpression("boundary=\"?([^\";\\s]+)").match(head);
+    if (boundary.hasMatch()) {
+        const QByteArray delimiter = "\n--" + boundary.captured(1).toLatin1(), rest = "\n" + body;
+        int at = rest.indexOf(delimiter);
+        for (int n = 1; at >= 0 && rest.mid(at + delimiter.size(), 2) != "--"; ++n) {
+            const int start = rest.indexOf('\n', at + 1) + 1;
+            at = rest.indexOf(delimiter, start);
+            Sections(rest.mid(start, at < 0 ? -1 : at - start),
+                     (section.isEmpty() ? "" : section + ".") + QString::number(n), out);
+        }
+        return;
+    }
+    const QString encoding = QRegularExpression("Content-Transfer-Encoding: *(\\S+)",
+                                                QRegularExpression::CaseInsensitiveOption)
+                                 .match(head)
+                                 .captured(1)
+                                 .toLower();
+    out[section] = encoding == "base64" ? QByteArray::fromBase64(body)
+                   : encoding == "quoted-printable"
+                       ? QByteArray::fromPercentEncoding(QByteArray(body).replace("=\n", ""), '=')
+                       : body;
+}
+QString MessageId(const QByteArray& message) {
+    return QRegularExpression("^Message-Id: (\\S+)$", QRegularExpression::MultilineOption |
+                                                          QRegularExpression::CaseInsensitiveOption)
+        .match(QString::fromLatin1(message))
+        .captured(1);
 }
 
 } // namespace
@@ -156,6 +193,33 @@ private slots:
     // the mbox files the export made. stderr holds each of `said` (@MESSAGE@
     // the broken link), one line in all for code 1. Codes 1 and 2 write
     // nothing; a broken link ends the run there with code 3.
+    // Every part restored from an Attachments folder decodes to that file's
+    // bytes, as a mail reader would decode it from the package.
+    void partsDecodeToTheirAttachmentsFiles() {
+        QMap<QString, QMap<QString, QByteArray>> package; // Message-Id -> section -> body
+        const QString golden = SourceDir() + "/tests/data/modern-package";
+        for (const QString& mbox : FilesBelow(golden).filter(QRegularExpression("\\.mbox$")))
+            for (const QString& m : QString::fromLatin1(ReadFile(golden + "/" + mbox))
+                                        .replace("\n>From ", "\nFrom ")
+                                        .split(QString::fromLatin1(kSep), Qt::SkipEmptyParts))
+                Sections(m.toLatin1(), QString(), package[MessageId(m.toLatin1())]);
+        const QString store = SourceDir() + "/samples/modern";
+        const QRegularExpression file("^(.*)/Attachments/(\\d+)/([\\d.]+)/[^/]+$");
+        int compared = 0;
+        for (const QString& f : FilesBelow(store).filter(file)) {
+            const auto m = file.match(f);
+            const QString messages = store + "/" + m.captured(1) + "/Messages/" + m.captured(2);
+            const QString id =
+                MessageId(ReadFile(messages + ".partial.emlx") + ReadFile(messages + ".emlx"));
+            if (f.endsWith("/.DS_Store"))
+                continue;
+            QVERIFY2(package.value(id).value(m.captured(3), "none") == ReadFile(store + "/" + f),
+                     qPrintable(f));
+            ++compared;
+        }
+        QCOMPARE(compared, 12);
+    }
+
     void commands_data() {
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("code");
