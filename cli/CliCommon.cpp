@@ -4,6 +4,9 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QTimer>
+
+#include <atomic>
 
 #include <cstdio>
 #include <unistd.h>
@@ -20,8 +23,8 @@ public:
         m_lastDrawn = -1;
         draw();
     }
-    void step() {
-        ++m_value;
+    void show(unsigned long value) {
+        m_value = value;
         draw();
     }
     void finish() {
@@ -60,9 +63,20 @@ bool RunWorker(ScaningThread& thread, bool preview) {
     bool finished = false;
     QEventLoop loop;
     QObject context;
+    // The worker counts its steps itself, and the bar is drawn ten times a
+    // second: a queued signal per message would wake this thread for each.
+    std::atomic<unsigned long> steps{0};
+    QObject::connect(
+        &thread, &ScaningThread::OnSettingsForPrgBar, &context, [&steps] { steps = 0; },
+        Qt::DirectConnection);
+    QObject::connect(
+        &thread, &ScaningThread::CurrentValue, &context, [&steps] { ++steps; },
+        Qt::DirectConnection);
     QObject::connect(&thread, &ScaningThread::OnSettingsForPrgBar, &context,
                      [&bar](unsigned long total, const QString& text) { bar.start(total, text); });
-    QObject::connect(&thread, &ScaningThread::CurrentValue, &context, [&bar] { bar.step(); });
+    QTimer redraw;
+    QObject::connect(&redraw, &QTimer::timeout, &context, [&] { bar.show(steps); });
+    redraw.start(100);
     QObject::connect(&thread, &ScaningThread::FinishScaning, &context,
                      [&finished] { finished = true; });
     QObject::connect(&thread, &QThread::finished, &loop, &QEventLoop::quit, Qt::QueuedConnection);
@@ -73,6 +87,7 @@ bool RunWorker(ScaningThread& thread, bool preview) {
     thread.wait();
     // Deliver signals still queued from the worker before reporting.
     QCoreApplication::sendPostedEvents(&context);
+    bar.show(steps);
     bar.finish();
     IsPreview = true;
     return finished;

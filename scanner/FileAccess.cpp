@@ -120,7 +120,7 @@ Q_CONSTRUCTOR_FUNCTION(UseFileNameCodec)
 
 } // namespace
 
-int OpenRegularFile(const QString& path, QString* reason) {
+int OpenRegularFile(const QString& path, QString* reason, qint64* size) {
     const QByteArray native = QFile::encodeName(path);
     if (native.isEmpty()) {
         *reason = QStringLiteral("empty path");
@@ -142,6 +142,8 @@ int OpenRegularFile(const QString& path, QString* reason) {
         ::close(fd);
         return -1;
     }
+    if (size)
+        *size = st.st_size;
     return fd;
 }
 

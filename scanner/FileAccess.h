@@ -16,7 +16,7 @@ namespace pellomar {
 
 // Returns a descriptor open for reading, or -1 with `reason` saying why
 // ("No such file or directory", "not a regular file (a folder)", ...).
-int OpenRegularFile(const QString& path, QString* reason);
+int OpenRegularFile(const QString& path, QString* reason, qint64* size = nullptr);
 
 // Removes whatever has the name and creates an empty file there for writing,
 // mode 0600, refusing to follow a link. Returns the descriptor or -1.

@@ -261,27 +261,28 @@ void MessageFile::Release() {
 
 bool MessageFile::Open(const QString& path) {
     Release();
-    const int fd = pellomar::OpenRegularFile(path, &m_error);
+    m_size = 0;
+    const int fd = pellomar::OpenRegularFile(path, &m_error, &m_size);
     if (fd < 0)
         return false;
-    struct stat st;
-    if (::fstat(fd, &st) != 0 ||
-        !m_file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-        m_error = QStringLiteral("cannot be opened");
-        ::close(fd);
-        return false;
-    }
-    m_size = st.st_size;
     m_pos = 0;
-    if (m_size > 0 && m_size <= kReadWhole) {
+    if (m_size <= kReadWhole) {
+        // Read whole; the file is closed at once.
         if (!tFreeBuffers.isEmpty())
             m_read = tFreeBuffers.takeLast();
-        if (!ReadWhole(fd, m_read, m_size)) {
+        const bool read = ReadWhole(fd, m_read, m_size);
+        ::close(fd);
+        if (!read) {
             m_error = QStringLiteral("cannot be read");
             return false;
         }
-        m_data = m_read.constData();
-    } else if (m_size > 0) {
+        m_data = m_size > 0 ? m_read.constData() : nullptr;
+    } else {
+        if (!m_file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+            m_error = QStringLiteral("cannot be opened");
+            ::close(fd);
+            return false;
+        }
         uchar* map = m_file.map(0, m_size);
         if (!map) {
             m_error = QStringLiteral("cannot be mapped into memory");
