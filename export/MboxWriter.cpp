@@ -553,6 +553,15 @@ bool WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
     return transcoder.changed();
 }
 
+// Writes a message line as its bytes or through Latin-1; returns whether the
+// conversion changed it.
+bool WriteLine(LineReader& reader, const Line& line, bool escape, Sink& sink, bool keepBytes) {
+    if (!keepBytes)
+        return WriteText(reader, line, escape, sink);
+    WriteBytes(reader, line, escape, sink);
+    return false;
+}
+
 // Copies a detached part file: every line's bytes up to its first NUL, with
 // "\r\n" read as "\n".
 bool CopyPartFile(const QString& path, Sink& sink, int chunk, QString* reason) {
@@ -586,10 +595,7 @@ bool WriteRestOfPartHeader(LineReader& reader, Sink& sink, bool keepBytes) {
     while (reader.next(line) && !line.isBlank()) {
         if (line.startsWith(kPartHeader, kPartHeaderLen))
             continue;
-        const bool escape = line.startsWith("From ", 5);
-        if (keepBytes)
-            WriteBytes(reader, line, escape, sink);
-        else if (WriteText(reader, line, escape, sink))
+        if (WriteLine(reader, line, line.startsWith("From ", 5), sink, keepBytes))
             converted = true;
     }
     return converted;
@@ -674,10 +680,8 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                 ++partIndex;
                 if (WriteRestOfPartHeader(reader, sink, options.keepBytes))
                     result.converted = true;
-                if (inHeader) {
-                    lastNewline = true;
-                    endHeader();
-                }
+                lastNewline = true;
+                endHeader();
                 sink.append('\n');
                 const bool read = PartEncoding::Encode(
                     decoded, part->encoding, [&](const char* d, qint64 n) { sink.append(d, n); },
@@ -704,10 +708,8 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                     break;
                 }
             }
-            if (inHeader) {
-                lastNewline = true;
-                endHeader();
-            }
+            lastNewline = true;
+            endHeader();
             if (partIndex < partFiles.size()) {
                 sink.append('\n');
                 QString reason;
@@ -717,10 +719,7 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                 } else if (options.keepGoing) {
                     result.skippedParts.append({part, reason});
                 } else {
-                    result.complete = false;
-                    result.failedPart = part;
-                    result.reason = reason;
-                    return result;
+                    return Failed(result, part, reason);
                 }
                 sink.append('\n');
             }
@@ -729,9 +728,7 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                 sink.append('\n');
             continue;
         }
-        if (options.keepBytes)
-            WriteBytes(reader, line, escape, sink);
-        else if (WriteText(reader, line, escape, sink))
+        if (WriteLine(reader, line, escape, sink, options.keepBytes))
             result.converted = true;
     }
     endHeader();

@@ -11,24 +11,12 @@ const QFont& ItemFont() {
     return font;
 }
 
-const QIcon& PriorityIcon() {
-    static const QIcon icon(QStringLiteral(":/images/img_Priority.png"));
-    return icon;
-}
-
-const QIcon& MailIcon() {
-    static const QIcon icon(QStringLiteral(":/images/img_Mail.png"));
-    return icon;
-}
-
-const QIcon& AttachmentIcon() {
-    static const QIcon icon(QStringLiteral(":/images/img_Attachment.png"));
-    return icon;
-}
-
-const QIcon& FolderIcon() {
-    static const QIcon icon(QStringLiteral(":/images/img_Folder.png"));
-    return icon;
+const QIcon& ListIcon(ListIconKind kind) {
+    static const QIcon icons[] = {QIcon(QStringLiteral(":/images/img_Priority.png")),
+                                  QIcon(QStringLiteral(":/images/img_Mail.png")),
+                                  QIcon(QStringLiteral(":/images/img_Attachment.png")),
+                                  QIcon(QStringLiteral(":/images/img_Folder.png"))};
+    return icons[int(kind)];
 }
 
 QTreeWidgetItem* NewMessageRow(const QString& subject, const QString& number, bool hasAttachments,
@@ -40,10 +28,10 @@ QTreeWidgetItem* NewMessageRow(const QString& subject, const QString& number, bo
         row->setSizeHint(c, hint);
     }
     if (priority == 1)
-        row->setIcon(ColPriority, PriorityIcon());
-    row->setIcon(ColType, MailIcon());
+        row->setIcon(ColPriority, ListIcon(ListIconKind::Priority));
+    row->setIcon(ColType, ListIcon(ListIconKind::Mail));
     if (hasAttachments)
-        row->setIcon(ColAttachment, AttachmentIcon());
+        row->setIcon(ColAttachment, ListIcon(ListIconKind::Attachment));
     row->setText(ColSubject, subject);
     row->setText(ColNumber, number);
     return row;

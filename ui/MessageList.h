@@ -32,10 +32,8 @@ enum MessageListColumn {
 const QFont& ItemFont();
 
 // The images of the lists, each loaded from the resources once.
-const QIcon& PriorityIcon();
-const QIcon& MailIcon();
-const QIcon& AttachmentIcon();
-const QIcon& FolderIcon();
+enum class ListIconKind { Priority, Mail, Attachment, Folder };
+const QIcon& ListIcon(ListIconKind kind);
 
 // A message list row, not yet in a list: font and size hint on columns 0
 // to 4, the icons, the subject and the message number.

@@ -327,7 +327,7 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
         item->setText(ColParentId, parentText);
         item->setCheckState(ColName, Qt::Unchecked);
         item->setText(ColTickCode, QString::number(kNotTicked));
-        item->setIcon(ColName, FolderIcon());
+        item->setIcon(ColName, ListIcon(ListIconKind::Folder));
         parentItem->setExpanded(true);
     }
     AppendFolderRecord(parentId, id, item, kTickUnset);
@@ -471,7 +471,8 @@ void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
     f->comBoxAttch->addItem(QStringLiteral("Attachment List"));
     f->comBoxAttch->show();
     for (const AttachmentEntry* a = mail->pAttachHead; a; a = a->pNext)
-        f->comBoxAttch->addItem(AttachmentIcon(), Utf16Text(a->pName, a->ulNameSize));
+        f->comBoxAttch->addItem(ListIcon(ListIconKind::Attachment),
+                                Utf16Text(a->pName, a->ulNameSize));
     m_attachmentFiles = WriteAttachments(mail, AttachmentFolder());
     // Showing the attachment list narrows the header fields: elide again
     // once the layout has settled.
