@@ -2,6 +2,8 @@
 #include "scanner/MessageAnalysis.h"
 #include "scanner/Records.h"
 
+#include <algorithm>
+
 AnalysisPipeline::AnalysisPipeline(int threads) {
     for (int i = 0; i < qMax(1, threads); ++i)
         m_threads.emplace_back([this] { Work(); });
@@ -38,9 +40,16 @@ MailItem* AnalysisPipeline::Take(bool* opened, QString* error) {
         return nullptr;
     }
     std::shared_ptr<Job> job = m_queue.front();
-    m_queue.pop_front();
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_done.wait(lock, [&job] { return job->done; });
+    if (!job->done) {
+        // This thread does little per message and soon waits again: it
+        // sleeps until a few more files are ready too, so that it is woken
+        // once per batch instead of once per file.
+        m_wakeFor = m_queue[std::min<size_t>(kBatch, m_queue.size()) - 1];
+        m_done.wait(lock, [&job, this] { return job->done && m_wakeFor->done; });
+        m_wakeFor.reset();
+    }
+    m_queue.pop_front();
     *opened = job->opened;
     *error = job->error;
     MailItem* item = job->item;
@@ -68,7 +77,9 @@ void AnalysisPipeline::Work() {
             job->opened = opened;
             job->error = error;
             job->done = true;
+            if (!m_wakeFor || !m_wakeFor->done)
+                continue;
         }
-        m_done.notify_all();
+        m_done.notify_one();
     }
 }

@@ -19,6 +19,8 @@ class AnalysisPipeline {
 public:
     // How many files may be queued ahead of the one being taken.
     static constexpr int kWindow = 16;
+    // How many ready files the taker waits for once it has to wait.
+    static constexpr size_t kBatch = 8;
 
     explicit AnalysisPipeline(int threads);
     // Stops the helpers and frees every record that was not taken.
@@ -48,6 +50,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_work;
     std::condition_variable m_done;
+    std::shared_ptr<Job> m_wakeFor; // the taker sleeps until this job is done (under m_mutex)
     bool m_quit = false;
     std::vector<std::thread> m_threads;
 };
