@@ -12,8 +12,8 @@ same bytes on every run. Run it from anywhere; it replaces samples/modern.
 """
 import base64
 import hashlib
+import importlib.util
 import os
-import quopri
 import shutil
 import struct
 import unicodedata
@@ -26,6 +26,12 @@ VERSION = "V10"
 ACCOUNT_IMAP = "3B9F2E61-7C4A-4D85-A0E2-5F1B8C6D9A47"
 ACCOUNT_WORK = "C41D8E07-92B5-4F3A-8E6C-0A7B2D9F1E53"
 LOCAL = "Mailboxes"
+
+# The PDF and transfer-encoding helpers of the older store's generator.
+_found = importlib.util.spec_from_file_location("make_store", os.path.join(ROOT, "samples", "make-store.py"))
+_older = importlib.util.module_from_spec(_found)
+_found.loader.exec_module(_older)
+pdf, b64, qp = _older.pdf, _older.b64, _older.qp
 
 HIGH_BIT = 1 << 33  # set by Mail on most messages; its meaning is not documented
 READ, DELETED, ANSWERED, FLAGGED = 1, 2, 4, 16
@@ -40,38 +46,6 @@ def png(width, height, pixel):
     raw = b"".join(b"\x00" + b"".join(bytes(pixel(x, y)) for x in range(width)) for y in range(height))
     return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)) +
             chunk(b"IDAT", zlib.compress(raw, 9)) + chunk(b"IEND", b""))
-
-
-def pdf(text):
-    objs = [b"<< /Type /Catalog /Pages 2 0 R >>",
-            b"<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-            b"<< /Type /Page /Parent 2 0 R /MediaBox [0 0 200 100] /Contents 4 0 R "
-            b"/Resources << /Font << /F1 5 0 R >> >> >>",
-            None,
-            b"<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>"]
-    stream = b"BT /F1 12 Tf 20 50 Td (" + text.encode("latin-1") + b") Tj ET"
-    objs[3] = b"<< /Length " + str(len(stream)).encode() + b" >>\nstream\n" + stream + b"\nendstream"
-    out = b"%PDF-1.4\n"
-    offsets = []
-    for i, o in enumerate(objs, 1):
-        offsets.append(len(out))
-        out += str(i).encode() + b" 0 obj\n" + o + b"\nendobj\n"
-    xref = len(out)
-    out += b"xref\n0 " + str(len(objs) + 1).encode() + b"\n0000000000 65535 f \n"
-    for off in offsets:
-        out += b"%010d 00000 n \n" % off
-    out += (b"trailer\n<< /Size " + str(len(objs) + 1).encode() + b" /Root 1 0 R >>\nstartxref\n" +
-            str(xref).encode() + b"\n%%EOF\n")
-    return out
-
-
-def b64(data):
-    text = base64.b64encode(data).decode("ascii")
-    return "".join(text[i:i + 76] + "\n" for i in range(0, len(text), 76)).encode("ascii")
-
-
-def qp(data):
-    return quopri.encodestring(data)
 
 
 def wire_size(encoded):
