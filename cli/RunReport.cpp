@@ -44,14 +44,19 @@ void WriteExportListing(QTextStream& out, const QString& package, const RunResul
             << " missing\n";
     if (!result.skipped.isEmpty())
         out << Count(quint64(result.skipped.size()), "file", "files") << " skipped\n";
+    if (!result.unwritten.isEmpty())
+        out << Count(quint64(result.unwritten.size()), "message", "messages")
+            << " could not be written\n";
     out << result.done << " of " << result.total << " messages written\n";
     out.flush();
 }
 
 void WriteExportJson(QTextStream& out, const QString& package, const RunResult& result) {
-    QJsonArray skipped, missing, mboxes;
+    QJsonArray skipped, unwritten, missing, mboxes;
     for (const RunResult::Skipped& s : result.skipped)
         skipped.append(QJsonObject{{"path", s.path}, {"reason", s.reason}});
+    for (const RunResult::Skipped& s : result.unwritten)
+        unwritten.append(QJsonObject{{"path", s.path}, {"reason", s.reason}});
     for (const RunResult::MissingPart& m : result.missingParts)
         missing.append(QJsonObject{{"message", m.message}, {"name", m.name}});
     for (const RunResult::Folder& f : result.folders)
@@ -63,6 +68,7 @@ void WriteExportJson(QTextStream& out, const QString& package, const RunResult& 
                     {"written", double(result.done)},
                     {"converted", double(result.converted)},
                     {"skipped", skipped},
+                    {"unwritten", unwritten},
                     {"partsRestored", double(PartsRestored(result))},
                     {"partsFromEmlxpart", double(result.partsFromEmlxpart)},
                     {"partsFromAttachments", double(result.partsFromAttachments)},
@@ -85,11 +91,15 @@ int ReportEnding(const char* command, const RunResult& result, const char* done)
               << "' is missing; the message was written without it\n";
     for (const RunResult::Skipped& s : result.skipped)
         Err() << prefix << "skipped '" << s.path << "': " << s.reason << "\n";
+    for (const RunResult::Skipped& s : result.unwritten)
+        Err() << prefix << "not written '" << s.path << "': " << s.reason << "\n";
     if (result.EndedAtFile()) {
         Err() << prefix << "ended at '" << result.file << "': " << result.reason << "\n"
               << prefix << Count(result.notDone, "message was", "messages were") << " not " << done
               << " because of it; --keep-going skips such files\n";
     }
     Err().flush();
-    return result.EndedAtFile() || !result.skipped.isEmpty() ? ExitIncomplete : ExitOk;
+    return result.EndedAtFile() || !result.skipped.isEmpty() || !result.unwritten.isEmpty()
+               ? ExitIncomplete
+               : ExitOk;
 }

@@ -18,7 +18,8 @@ void WriteExportListing(QTextStream& out, const QString& package, const RunResul
 void WriteExportJson(QTextStream& out, const QString& package, const RunResult& result);
 
 // Says on stderr which file ended the run (and how many messages were not
-// `done` because of it), which files were skipped and which parts are
-// missing. Returns ExitIncomplete when the run ended at a file or skipped
-// one, ExitOk otherwise.
+// `done` because of it), which files were skipped, which messages could not
+// be written and which parts are missing. Returns ExitIncomplete when the
+// run ended at a file, skipped one or could not write a message, ExitOk
+// otherwise.
 int ReportEnding(const char* command, const RunResult& result, const char* done);

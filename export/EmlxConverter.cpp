@@ -93,11 +93,16 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                 if (openMbox != mboxPath) {
                     mbox.close();
                     openMbox.clear();
-                    if (MboxWriter::OpenForAppend(mbox, mboxPath))
+                    if (MboxWriter::OpenForAppend(mbox, mboxPath, &reason))
                         openMbox = mboxPath;
                 }
-                // An mbox file that cannot be opened loses this message only.
-                if (mbox.isOpen()) {
+                // An mbox file that cannot be opened loses this message only,
+                // and the run says which.
+                if (!mbox.isOpen()) {
+                    result.unwritten.append(
+                        {path, QStringLiteral("cannot open '") + mboxPath + "': " + reason});
+                } else {
+                    const qint64 before = mbox.size();
                     const bool partial =
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
                     RemovedParts removed(path);
@@ -118,7 +123,16 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                                      copy.reason, MessagesFrom(folder, item));
                         return result;
                     }
-                    result.Count(mboxPath, copy.converted);
+                    // A write that failed (a full disk) leaves the mbox file as
+                    // it was, so that it holds whole messages only.
+                    if (mbox.error() != QFileDevice::NoError) {
+                        result.unwritten.append({path, QStringLiteral("cannot write to '") +
+                                                           mboxPath + "': " + mbox.errorString()});
+                        mbox.unsetError();
+                        mbox.resize(before);
+                    } else {
+                        result.Count(mboxPath, copy.converted);
+                    }
                 }
             }
             emit thread.CurrentValue();

@@ -8,6 +8,7 @@
 #include <QIODevice>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 
@@ -128,8 +129,8 @@ qint64 Utf8ToLatin1(const char* in, qint64 size, char* out) {
     return o - out;
 }
 
-// Buffered output; write errors are not looked at (nothing could be done
-// about them half-way through a message).
+// Buffered output. A failed write (a full disk) is left in the device's
+// error state for the caller to see once the message is done.
 class Sink {
 public:
     Sink(QIODevice& device, int chunk) : m_device(device), m_limit(chunk) {
@@ -140,7 +141,7 @@ public:
         if (m_used + size > m_limit) {
             flush();
             if (size > m_limit) {
-                m_device.write(data, size);
+                put(data, size);
                 return;
             }
         }
@@ -160,11 +161,19 @@ public:
     void commit(qint64 size) { m_used += int(size); }
     void flush() {
         if (m_used > 0)
-            m_device.write(m_buffer.constData(), m_used);
+            put(m_buffer.constData(), m_used);
         m_used = 0;
     }
 
 private:
+    // A short write is followed by another for the rest, which then fails
+    // and sets the device's error (a short one alone does not).
+    void put(const char* data, qint64 size) {
+        for (qint64 n; size > 0; data += n, size -= n)
+            if ((n = m_device.write(data, size)) <= 0)
+                return;
+    }
+
     QIODevice& m_device;
     QByteArray m_buffer;
     int m_limit;
@@ -747,13 +756,16 @@ bool OpenForReading(QFile& file, const QString& path, QString* reason) {
     return true;
 }
 
-bool OpenForAppend(QFile& file, const QString& path) {
+bool OpenForAppend(QFile& file, const QString& path, QString* reason) {
     const int fd =
         ::open(path.toUtf8().constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0)
+    if (fd < 0) {
+        *reason = QString::fromLocal8Bit(strerror(errno));
         return false;
+    }
     if (!file.open(fd, QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered,
                    QFileDevice::AutoCloseHandle)) {
+        *reason = file.errorString();
         ::close(fd);
         return false;
     }

@@ -63,7 +63,8 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
 // Open files by their names (unbuffered; the writer buffers itself). Only a
 // regular file is opened for reading; `reason` says why one was not.
 bool OpenForReading(QFile& file, const QString& path, QString* reason);
-// Creates the file when it is missing and appends to it.
-bool OpenForAppend(QFile& file, const QString& path);
+// Creates the file when it is missing and appends to it; `reason` says why
+// it could not be opened.
+bool OpenForAppend(QFile& file, const QString& path, QString* reason);
 
 } // namespace MboxWriter

@@ -57,11 +57,16 @@ public:
     quint64 partsFromEmlxpart = 0;    // detached parts restored from .emlxpart files
     quint64 partsFromAttachments = 0; // ... and from Mail's Attachments folder
     QList<MissingPart> missingParts;
+    // Messages that were read but could not be written: their mbox file
+    // could not be made or opened, or writing failed (a full disk). The mbox
+    // file is left as it was before the message.
+    QList<Skipped> unwritten;
 
     // Something the user should hear of beyond the counts: the run ended at
     // a file, skipped files, changed text or lost parts.
     bool HasLosses() const {
-        return EndedAtFile() || !skipped.isEmpty() || converted > 0 || !missingParts.isEmpty();
+        return EndedAtFile() || !skipped.isEmpty() || !unwritten.isEmpty() || converted > 0 ||
+               !missingParts.isEmpty();
     }
 
     bool EndedAtFile() const {

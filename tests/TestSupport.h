@@ -101,10 +101,10 @@ struct CliOutput {
     QByteArray out, err;
 };
 
-// Runs pellomar-cli with the arguments and waits for it.
-inline CliOutput RunCliTool(const QStringList& args) {
+// Runs pellomar-cli (or `program`) with the arguments and waits for it.
+inline CliOutput RunCliTool(const QStringList& args, const QString& program = QString()) {
     QProcess p;
-    p.start(CliToolPath(), args);
+    p.start(program.isEmpty() ? CliToolPath() : program, args);
     CliOutput r;
     if (!p.waitForFinished(120000))
         return r;

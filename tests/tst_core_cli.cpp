@@ -379,6 +379,40 @@ private slots:
         QVERIFY(p.readAllStandardError().contains("interrupted"));
     }
 
+    // A destination that fills up (a file size limit stands in for a full
+    // disk): the message that did not fit is named, exit 3, and every mbox
+    // file holds whole messages only, each as a run without the limit writes it.
+    void fullDestinationKeepsWholeMessages() {
+        const QString free = newDest(), full = newDest();
+        QCOMPARE(RunCliTool({"export", m_store, free}).code, 0);
+        const CliOutput r = RunCliTool({"-c", "trap '' XFSZ; ulimit -f 4; exec \"$0\" \"$@\"",
+                                        CliToolPath(), "export", m_store, full},
+                                       "/bin/bash");
+        QCOMPARE(r.code, 3);
+        QVERIFY2(r.err.contains("not written '") && r.err.contains("File too large"),
+                 r.err.constData());
+        QVERIFY(r.out.contains("1 message could not be written\n16 of 17 messages written\n"));
+        auto messages = [](const QByteArray& mbox) {
+            QList<QByteArray> found;
+            for (int at = mbox.indexOf(kSep), next; at >= 0; at = next) {
+                next = mbox.indexOf(kSep, at + kSep.size());
+                found << mbox.mid(at, next < 0 ? -1 : next - at);
+            }
+            return found;
+        };
+        int written = 0;
+        for (const QString& mbox : FilesBelow(PackageIn(free)).filter(".mbox")) {
+            const QByteArray kept = ReadFile(PackageIn(full) + "/" + mbox);
+            QVERIFY(kept.isEmpty() || kept.startsWith(kSep));
+            const QList<QByteArray> whole = messages(ReadFile(PackageIn(free) + "/" + mbox));
+            for (const QByteArray& message : messages(kept)) {
+                QVERIFY2(whole.contains(message), qPrintable(mbox));
+                ++written;
+            }
+        }
+        QCOMPARE(written, 16);
+    }
+
     void jsonString_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("json");

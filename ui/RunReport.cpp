@@ -22,6 +22,9 @@ QString LossSummaryLine(const RunResult& r) {
                       Count(r.total, "message", "messages") + QStringLiteral(" written")};
     if (!r.skipped.isEmpty())
         parts << Count(quint64(r.skipped.size()), "file", "files") + QStringLiteral(" skipped");
+    if (!r.unwritten.isEmpty())
+        parts << Count(quint64(r.unwritten.size()), "message", "messages") +
+                     QStringLiteral(" could not be written");
     if (r.EndedAtFile())
         parts << QStringLiteral("ended at an unreadable file");
     if (r.converted)
@@ -40,6 +43,9 @@ QString LossDetails(const RunResult& r) {
                      QLatin1Char(')');
     for (const RunResult::Skipped& s : r.skipped)
         lines << QStringLiteral("Skipped: ") + s.path + QStringLiteral(" (") + s.reason +
+                     QLatin1Char(')');
+    for (const RunResult::Skipped& s : r.unwritten)
+        lines << QStringLiteral("Not written: ") + s.path + QStringLiteral(" (") + s.reason +
                      QLatin1Char(')');
     for (const RunResult::MissingPart& m : r.missingParts)
         lines << QStringLiteral("Missing attachment \"") + m.name + QStringLiteral("\" of ") +
