@@ -264,23 +264,24 @@ private slots:
     }
 
     void saveChecks_data() {
-        QTest::addColumn<bool>("tickRoot");
-        QTest::addColumn<QString>("dir"); // "ro" = a read-only folder, "tmp" = a writable one
+        QTest::addColumn<quint64>("tick"); // the folder ticked first, 0 for none
+        QTest::addColumn<QString>("dir");  // "ro" = a read-only folder, "tmp" = a writable one
         QTest::addColumn<QString>("boxText");
         QTest::addColumn<int>("chooserCalls");
-        auto row = [](const char* name, bool tick, const char* dir, const char* box, int calls) {
+        auto row = [](const char* name, quint64 tick, const char* dir, const char* box, int calls) {
             QTest::newRow(name) << tick << QString(dir) << QString(box) << calls;
         };
-        row("nothing ticked", false, "tmp", "Select a folder to save.", 0);
-        row("chooser cancelled", true, "", "", 1);
-        row("not a folder", true, "/nonexistent/pellomar", "", 1);
-        row("read-only destination", true, "ro",
+        row("nothing ticked", 0, "tmp", "Select a folder to save.", 0);
+        row("chooser cancelled", 501, "", "", 1);
+        row("one folder ticked (the root partly) goes on", 503, "", "", 1);
+        row("not a folder", 501, "/nonexistent/pellomar", "", 1);
+        row("read-only destination", 501, "ro",
             "No write permission for selected destination. Choose another location to save "
             "converted file.",
             1);
     }
     void saveChecks() {
-        QFETCH(bool, tickRoot);
+        QFETCH(quint64, tick);
         QFETCH(QString, dir);
         QFETCH(QString, boxText);
         QFETCH(int, chooserCalls);
@@ -292,8 +293,8 @@ private slots:
         if (dir == "tmp" || dir == "ro")
             dir = tmp.path();
         tree();
-        if (tickRoot)
-            click(501, Qt::Checked);
+        if (tick)
+            click(tick, Qt::Checked);
         w->answers = QStringList{dir};
         auto seen = boxText.isEmpty() ? std::make_shared<GuiTestSupport::SeenBox>()
                                       : GuiTestSupport::AnswerNextMessageBox(QMessageBox::Ok);
