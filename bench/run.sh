@@ -97,10 +97,13 @@ for ((run = 1; run <= runs; run++)); do
   timed window "$window" "$store" > "$work/stdout"
   read -r box_s _ _ box_cpu < "$work/stdout"
   echo "window $box_s $box_cpu $kb" >> "$results"
+  # Each writer starts with nothing of the one before still being written
+  # back to disk, which would otherwise land on whichever comes next.
+  sync
   measure copy "$gen" copy "$store" "$out/copy"
-  rm -f "$out/copy"
+  rm -f "$out/copy" && sync
   measure export "$cli" export "$store" "$out"
-  rm -rf "$out" && mkdir -p "$out"
+  rm -rf "$out" && mkdir -p "$out" && sync
   measure keepbytes "$cli" export "$store" "$out" --keep-bytes
   rm -rf "$out" && mkdir -p "$out"
 done
