@@ -757,8 +757,8 @@ bool OpenForReading(QFile& file, const QString& path, QString* reason) {
 }
 
 bool OpenForAppend(QFile& file, const QString& path, QString* reason) {
-    const int fd =
-        ::open(path.toUtf8().constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int fd = ::open(QFile::encodeName(path).constData(),
+                          O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0) {
         *reason = QString::fromLocal8Bit(strerror(errno));
         return false;
