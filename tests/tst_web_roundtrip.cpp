@@ -7,8 +7,11 @@
 #include "tests/TestSupport.h"
 #include "ui/ExportOptions.h"
 #include "ui/PreviewWindow.h"
+#include "ui/ProgressDialogs.h"
+#include "ui_ProgressDialog.h"
 
 #include <QAction>
+#include <QProgressBar>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTreeWidget>
@@ -43,6 +46,10 @@ private slots:
         QCOMPARE(w.m_pLeftTreeWidget->currentItem(),
                  static_cast<QTreeWidgetItem*>(last->pTreeItem));
         QCOMPARE(quint64(w.m_pCenterTreeWidget->topLevelItemCount()), last->ullMsgCount);
+        // Every step of the scan reached the bar, none was taken by the bar
+        // of an earlier run or lost to its reset.
+        QProgressBar* bar = w.m_pProgressInfo->ui->ProgressBar;
+        QCOMPARE(bar->value(), bar->maximum());
 
         // Tick the root and save.
         QTreeWidgetItem* root = w.m_pLeftTreeWidget->topLevelItem(0);

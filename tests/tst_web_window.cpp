@@ -8,8 +8,11 @@
 #include "tests/GuiTestSupport.h"
 #include "tests/TestSupport.h"
 #include "ui/PreviewWindow.h"
+#include "ui/ProgressDialogs.h"
+#include "ui_ProgressDialog.h"
 
 #include <QAction>
+#include <QProgressBar>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QTreeWidget>
@@ -75,6 +78,8 @@ private slots:
         worker->start();
         QTRY_VERIFY_WITH_TIMEOUT(worker->isFinished(), 10000);
         delete worker;
+        // The folders join the tree with the next showing of the scan's view.
+        w->ShowPendingScanView();
         QVERIFY(!insertingThreads.isEmpty());
         for (QThread* t : insertingThreads)
             QCOMPARE(t, qApp->thread());
@@ -85,6 +90,9 @@ private slots:
         QTreeWidgetItem* projects = w->FolderItem(505);
         QVERIFY(projects);
         QCOMPARE(projects->parent()->text(0), QStringLiteral("Work"));
+        QCOMPARE(projects->treeWidget(), w->m_pLeftTreeWidget);
+        QVERIFY(projects->parent()->isExpanded());
+        QVERIFY(!projects->isExpanded());
         QCOMPARE(FindFolderRecord(505)->pTreeItem, static_cast<void*>(projects));
         QCOMPARE(w->m_pLeftTreeWidget->topLevelItem(0)->text(0), QStringLiteral("Mailbox"));
         QCOMPARE(StartFldrAtrib->ucTickState, quint8(3));
@@ -124,6 +132,19 @@ private slots:
         w->OnNewItem("two", "12", item, 502, 2, false, 0, 2);
         w->OnNewItem("three", "13", item, 502, 3, false, 0, 2);
         QTRY_COMPARE(item->text(0), name + "(3)");
+    }
+
+    // The scan thread's first steps can be waiting before the window has
+    // set up the run's progress bar: they go to that bar, not to the last
+    // run's, and its reset does not drop them.
+    void earlyProgressStepsReachTheNewBar() {
+        w->SetProgressValue();
+        w->SetProgressValue();
+        w->ShowScanningProgBar();
+        w->SetInitialSettings(5, QStringLiteral("Scanning Database. Please Wait..."));
+        w->ShowPendingScanView();
+        QCOMPARE(w->m_pProgressInfo->ui->ProgressBar->value(), 2);
+        w->m_pProgressInfo->close();
     }
 
     // The list is emptied when the scan moves to another folder: the rows

@@ -27,11 +27,8 @@ void SetRecordTick(unsigned long long id, unsigned char state) {
 } // namespace
 
 QTreeWidgetItem* PreviewWindow::FolderItem(unsigned long long id) const {
-    const QString text = QString::number(id);
-    for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it)
-        if ((*it)->text(ColId) == text)
-            return *it;
-    return nullptr;
+    const FldrAtrib* f = FindFolderRecord(id);
+    return f ? static_cast<QTreeWidgetItem*>(f->pTreeItem) : nullptr;
 }
 
 void PreviewWindow::LeftTreeWidgetItem(QTreeWidgetItem* item) {

@@ -6,6 +6,8 @@
 #include <QProgressBar>
 #include <QTreeWidget>
 
+#include <utility>
+
 const QFont& ItemFont() {
     static const QFont font(QStringLiteral("Lucida Grande"), 11);
     return font;
@@ -46,55 +48,115 @@ QString CountedFolderLabel(QString label, unsigned long long count, int labelSta
     return label + QLatin1Char('(') + QString::number(count) + QLatin1Char(')');
 }
 
-void PendingScanView::AddMessage(QTreeWidgetItem* folder, const QString& subject,
+PendingScanView::~PendingScanView() {
+    Clear();
+}
+
+bool PendingScanView::Batch::IsEmpty() const {
+    return folders.isEmpty() && rows.isEmpty() && labels.isEmpty() && !currentFolder &&
+           !clearList && steps == 0;
+}
+
+bool PendingScanView::AddFolder(QTreeWidgetItem* parent, QTreeWidgetItem* item) {
+    const QMutexLocker lock(&m_lock);
+    const bool wasEmpty = m_batch.IsEmpty();
+    m_batch.folders.append(Folder{parent, item});
+    return wasEmpty;
+}
+
+bool PendingScanView::AddMessage(QTreeWidgetItem* folder, const QString& subject,
                                  const QString& number, unsigned long long count,
                                  bool hasAttachments, int priority, int labelState) {
+    const QMutexLocker lock(&m_lock);
+    const bool wasEmpty = m_batch.IsEmpty();
     if (folder) {
-        m_currentFolder = folder;
-        auto label = m_labels.find(folder);
-        if (label == m_labels.end())
-            m_labels.insert(folder, CountedFolderLabel(folder->text(0), count, labelState));
+        m_batch.currentFolder = folder;
+        QVector<LabelStep>& steps = m_batch.labels[folder];
+        if (!steps.isEmpty() && labelState == 2)
+            steps.last().count = count;
         else
-            *label = CountedFolderLabel(*label, count, labelState);
+            steps.append({count, labelState});
     }
-    m_rows.append({subject, number, hasAttachments, priority});
+    m_batch.rows.append({subject, number, hasAttachments, priority});
+    return wasEmpty;
+}
+
+bool PendingScanView::ClearList() {
+    const QMutexLocker lock(&m_lock);
+    const bool wasEmpty = m_batch.IsEmpty();
+    m_batch.rows.clear();
+    m_batch.clearList = true;
+    return wasEmpty;
+}
+
+bool PendingScanView::AddProgressStep() {
+    const QMutexLocker lock(&m_lock);
+    const bool wasEmpty = m_batch.IsEmpty();
+    ++m_batch.steps;
+    return wasEmpty;
 }
 
 bool PendingScanView::IsEmpty() const {
-    return m_rows.isEmpty() && m_labels.isEmpty() && !m_currentFolder && !m_clearList &&
-           m_steps == 0;
+    const QMutexLocker lock(&m_lock);
+    return m_batch.IsEmpty();
 }
 
 void PendingScanView::Clear() {
-    m_rows.clear();
-    m_labels.clear();
-    m_currentFolder = nullptr;
-    m_clearList = false;
-    m_steps = 0;
+    Batch dropped;
+    {
+        const QMutexLocker lock(&m_lock);
+        std::swap(dropped, m_batch);
+    }
+    for (const Folder& f : qAsConst(dropped.folders))
+        delete f.item;
 }
 
+namespace {
+// Expands `item` and every folder under it that has folders of its own.
+void ExpandBranches(QTreeWidgetItem* item) {
+    if (item->childCount() == 0)
+        return;
+    item->setExpanded(true);
+    for (int i = 0; i < item->childCount(); ++i)
+        ExpandBranches(item->child(i));
+}
+} // namespace
+
 void PendingScanView::Apply(QTreeWidget* folders, QTreeWidget* list, QProgressBar* bar) {
-    for (auto it = m_labels.cbegin(); it != m_labels.cend(); ++it)
-        it.key()->setText(0, it.value());
-    if (m_currentFolder)
-        folders->setCurrentItem(m_currentFolder);
-    if (m_clearList)
+    Batch b;
+    {
+        const QMutexLocker lock(&m_lock);
+        std::swap(b, m_batch);
+    }
+    for (const Folder& f : qAsConst(b.folders)) {
+        f.parent->addChild(f.item);
+        f.parent->setExpanded(true);
+        ExpandBranches(f.item);
+    }
+    for (auto it = b.labels.cbegin(); it != b.labels.cend(); ++it) {
+        QString label = it.key()->text(0);
+        for (const LabelStep& step : it.value())
+            label = CountedFolderLabel(label, step.count, step.labelState);
+        it.key()->setText(0, label);
+    }
+    if (b.currentFolder)
+        folders->setCurrentItem(b.currentFolder);
+    if (b.clearList)
         list->clear();
-    if (!m_rows.isEmpty()) {
+    if (!b.rows.isEmpty()) {
         QList<QTreeWidgetItem*> rows;
-        rows.reserve(m_rows.size());
-        for (const Row& r : qAsConst(m_rows))
+        rows.reserve(b.rows.size());
+        for (const Row& r : qAsConst(b.rows))
             rows.append(NewMessageRow(r.subject, r.number, r.hasAttachments, r.priority));
         list->addTopLevelItems(rows);
         list->scrollToItem(rows.last());
     }
-    if (bar && m_steps) {
+    if (bar && b.steps) {
         // One step at a time the bar stops at its maximum (a value beyond
         // the range is ignored, unless the range is 0 to 0).
-        int value = bar->value() + m_steps;
+        int value = bar->value() + b.steps;
         if (bar->minimum() != 0 || bar->maximum() != 0)
             value = qMin(value, bar->maximum());
         bar->setValue(value);
     }
-    Clear();
 }

@@ -1,14 +1,21 @@
 #pragma once
 // Rows of the message list, and the scan's announcements waiting to be shown.
 //
-// A scan announces every message with a queued signal. Showing each at once
+// A scan announces every message with a signal. Showing each at once
 // (a new row in the list, the folder made current, its label rewritten, the
 // list scrolled, the progress bar repainted) costs the window far more than
 // the scan spends on the message. The announcements are therefore collected
 // in a PendingScanView and shown together, a few times a second; the result
 // after every application is the same as if each had been shown on arrival.
+//
+// New folders wait there too. Each one that goes into the folder tree makes
+// the window repaint, and a window holding a web view is redrawn whole
+// through OpenGL at every repaint, which with a software renderer costs more
+// than a hundred messages. The folder's item and its record exist at once;
+// the item joins the tree with the next application.
 
 #include <QHash>
+#include <QMutex>
 #include <QString>
 #include <QVector>
 
@@ -45,26 +52,39 @@ QTreeWidgetItem* NewMessageRow(const QString& subject, const QString& number, bo
 // cut at the last "(" first, so "Inbox(1)" and 2 give "Inbox(2)".
 QString CountedFolderLabel(QString label, unsigned long long count, int labelState);
 
+// The scan thread adds announcements directly (the window's slots are
+// connected directly, so no event is queued per message); the folders and
+// the application belong to the window's thread. Each Add says whether the
+// view was empty before it: the caller then asks the window's thread for the
+// next application, so one request covers everything added until then.
 class PendingScanView {
 public:
+    PendingScanView() = default;
+    PendingScanView(const PendingScanView&) = delete;
+    PendingScanView& operator=(const PendingScanView&) = delete;
+    ~PendingScanView();
+
+    // A new folder item, without a parent yet, for `parent`, which is in the
+    // tree: it goes in after the folders waiting before it, and its parent is
+    // expanded. Its own children may be added to it meanwhile (they are
+    // expanded with it). The view owns the item until then.
+    bool AddFolder(QTreeWidgetItem* parent, QTreeWidgetItem* item);
     // One announced message: its row, its folder (may be null) made current
     // and labelled with `count`.
-    void AddMessage(QTreeWidgetItem* folder, const QString& subject, const QString& number,
+    bool AddMessage(QTreeWidgetItem* folder, const QString& subject, const QString& number,
                     unsigned long long count, bool hasAttachments, int priority, int labelState);
     // The message list is to be emptied; rows waiting for it go too.
-    void ClearList() {
-        m_rows.clear();
-        m_clearList = true;
-    }
+    bool ClearList();
     // One step of the progress bar.
-    void AddProgressStep() { ++m_steps; }
+    bool AddProgressStep();
     bool IsEmpty() const;
-    // Forgets everything waiting (the widgets it refers to are going).
+    // Forgets everything waiting (the widgets it refers to are going); the
+    // folder items not yet in the tree are deleted.
     void Clear();
-    // Shows everything waiting: the labels, the current folder, the list
-    // emptied if asked, the rows (the list scrolled to the last one) and the
-    // progress steps. `bar` may
-    // be null; its steps are then dropped.
+    // Shows everything waiting: the new folders, the labels, the current
+    // folder, the list emptied if asked, the rows (the list scrolled to the
+    // last one) and the progress steps. `bar` may be null; its steps are
+    // then dropped.
     void Apply(QTreeWidget* folders, QTreeWidget* list, QProgressBar* bar);
 
 private:
@@ -74,10 +94,27 @@ private:
         bool hasAttachments;
         int priority;
     };
-    QVector<Row> m_rows;
-    // The newest label of each folder announced since the last Apply.
-    QHash<QTreeWidgetItem*, QString> m_labels;
-    QTreeWidgetItem* m_currentFolder = nullptr;
-    bool m_clearList = false;
-    int m_steps = 0;
+    struct Folder {
+        QTreeWidgetItem* parent;
+        QTreeWidgetItem* item;
+    };
+    // A label change: the count, and whether the label already ends in one.
+    struct LabelStep {
+        unsigned long long count;
+        int labelState;
+    };
+    struct Batch {
+        QVector<Folder> folders;
+        QVector<Row> rows;
+        // The label changes of each folder announced since the last Apply,
+        // in order; a change that cuts the count before it replaces the one
+        // before, as it would on the label.
+        QHash<QTreeWidgetItem*, QVector<LabelStep>> labels;
+        QTreeWidgetItem* currentFolder = nullptr;
+        bool clearList = false;
+        int steps = 0;
+        bool IsEmpty() const;
+    };
+    mutable QMutex m_lock;
+    Batch m_batch;
 };

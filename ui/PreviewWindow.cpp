@@ -271,8 +271,13 @@ void PreviewWindow::ConnectSignals() {
     InstallEmlxExport();
     m_pScaningThread = new ScaningThread(nullptr);
     m_pInitialProcessInfo = new QInitialProcessInfo(this);
-    connect(m_pScaningThread, &ScaningThread::ClearLeftTree, this, &PreviewWindow::OnClearLeftTree);
-    connect(m_pScaningThread, &ScaningThread::NewItem, this, &PreviewWindow::OnNewItem);
+    // The announcements of each message go straight into the pending view,
+    // on the scan's thread: the window is woken once for all that arrive
+    // before it next shows them, not twice for every message.
+    connect(m_pScaningThread, &ScaningThread::ClearLeftTree, this, &PreviewWindow::OnClearLeftTree,
+            Qt::DirectConnection);
+    connect(m_pScaningThread, &ScaningThread::NewItem, this, &PreviewWindow::OnNewItem,
+            Qt::DirectConnection);
     connect(m_pLeftTreeWidget, &QTreeWidget::itemClicked, this,
             &PreviewWindow::ShowindivisualMailItemsInfo);
     connect(m_pCenterTreeWidget, &QTreeWidget::itemSelectionChanged, this,
@@ -281,7 +286,8 @@ void PreviewWindow::ConnectSignals() {
             &PreviewWindow::ShowScanningProgBar);
     connect(m_pScaningThread, &ScaningThread::OnSettingsForPrgBar, this,
             &PreviewWindow::SetInitialSettings);
-    connect(m_pScaningThread, &ScaningThread::CurrentValue, this, &PreviewWindow::SetProgressValue);
+    connect(m_pScaningThread, &ScaningThread::CurrentValue, this, &PreviewWindow::SetProgressValue,
+            Qt::DirectConnection);
     connect(m_pScaningThread, &ScaningThread::FinishScaning, this, &PreviewWindow::OnFinishScaning);
     connect(m_pTextBrowser->ui->comBoxAttch, QOverload<int>::of(&QComboBox::activated), this,
             &PreviewWindow::OnIndexChange);
@@ -315,40 +321,51 @@ void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long lon
     }
     if (m_pLeftTreeWidget->topLevelItemCount() == 0)
         return;
-    const QString parentText = QString::number(parentId);
     QTreeWidgetItem* parentItem = FolderItem(parentId);
     QTreeWidgetItem* item = nullptr;
     if (parentItem) {
-        item = new QTreeWidgetItem(parentItem);
+        item = new QTreeWidgetItem;
         item->setFont(ColName, ItemFont());
         item->setSizeHint(ColName, QSize(22, 22));
         item->setText(ColName, name);
         item->setText(ColId, QString::number(id));
-        item->setText(ColParentId, parentText);
+        item->setText(ColParentId, QString::number(parentId));
         item->setCheckState(ColName, Qt::Unchecked);
         item->setText(ColTickCode, QString::number(kNotTicked));
         item->setIcon(ColName, ListIcon(ListIconKind::Folder));
-        parentItem->setExpanded(true);
+        // A folder whose parent is still waiting goes in with it.
+        if (parentItem->treeWidget()) {
+            if (m_pendingScanView.AddFolder(parentItem, item))
+                SchedulePendingScanView();
+        } else {
+            parentItem->addChild(item);
+        }
     }
     AppendFolderRecord(parentId, id, item, kTickUnset);
 }
 
 // Empties the message list, with the next showing of the scan's rows: a
-// scan empties it whenever it moves to the next folder.
+// scan empties it whenever it moves to the next folder. Like OnNewItem and
+// SetProgressValue, it may be called on the scan's thread.
 void PreviewWindow::OnClearLeftTree() {
-    m_pendingScanView.ClearList();
-    SchedulePendingScanView();
+    if (m_pendingScanView.ClearList())
+        SchedulePendingScanView();
 }
 
 void PreviewWindow::OnNewItem(QString subject, QString number, void* folderItem, unsigned long long,
                               unsigned long long count, bool hasAttachments, int priority,
                               int labelState) {
-    m_pendingScanView.AddMessage(static_cast<QTreeWidgetItem*>(folderItem), subject, number, count,
-                                 hasAttachments, priority, labelState);
-    SchedulePendingScanView();
+    if (m_pendingScanView.AddMessage(static_cast<QTreeWidgetItem*>(folderItem), subject, number,
+                                     count, hasAttachments, priority, labelState))
+        SchedulePendingScanView();
 }
 
 void PreviewWindow::SchedulePendingScanView() {
+    if (QThread::currentThread() != thread()) {
+        QMetaObject::invokeMethod(this, &PreviewWindow::SchedulePendingScanView,
+                                  Qt::QueuedConnection);
+        return;
+    }
     if (!m_pendingScanTimer.isActive())
         m_pendingScanTimer.start();
 }
@@ -526,7 +543,10 @@ void PreviewWindow::OnStartScanning() {
         return; // a run is under way; its records are still in use
     m_pInitialProcessInfo->Start();
     m_pTextBrowser->ShowEmptyPage();
-    m_pendingScanView.Clear(); // it points into the trees cleared here
+    // The pending view points into the trees cleared here; what it holds of
+    // an earlier run must not reach this run's progress bar either.
+    m_pendingScanTimer.stop();
+    m_pendingScanView.Clear();
     m_pLeftTreeWidget->clear();
     m_pCenterTreeWidget->clear();
     m_pTextBrowser->ClearFields();
@@ -544,8 +564,9 @@ void PreviewWindow::OnOpenFile() {
     m_pSelectData->raise();
 }
 
+// The progress steps waiting in the pending view were made after this run
+// announced its bar, so they are left for the new bar.
 void PreviewWindow::ShowScanningProgBar() {
-    ShowPendingScanView();
     m_pInitialProcessInfo->Stop();
     // Each run gets a new dialog; the last run's (hidden by now) goes.
     if (m_pProgressInfo)
@@ -565,7 +586,6 @@ void PreviewWindow::ShowScanningProgBar() {
 }
 
 void PreviewWindow::SetInitialSettings(unsigned long total, QString text) {
-    ShowPendingScanView();
     if (!m_pProgressInfo)
         return;
     Ui::ProgressDialog* p = m_pProgressInfo->ui;
@@ -580,8 +600,8 @@ void PreviewWindow::SetInitialSettings(unsigned long total, QString text) {
 }
 
 void PreviewWindow::SetProgressValue() {
-    m_pendingScanView.AddProgressStep();
-    SchedulePendingScanView();
+    if (m_pendingScanView.AddProgressStep())
+        SchedulePendingScanView();
 }
 
 void PreviewWindow::OnFinishScaning() {

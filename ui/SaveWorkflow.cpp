@@ -47,6 +47,7 @@ void PreviewWindow::OnSavingFiles() {
     const QString target = saveDir + mainIdentity;
     if (!QFileInfo::exists(target)) {
         SetFileActionsEnabled(false, false);
+        ShowPendingScanView(); // the export's progress steps go to its own bar
         IsPreview = false;
         m_pScaningThread->m_options = m_pExportOptions->Options();
         m_pScaningThread->SetInitialSettings();
@@ -58,6 +59,7 @@ void PreviewWindow::OnSavingFiles() {
         QMessageBox::Yes | QMessageBox::No);
     if (answer == QMessageBox::Yes) {
         pellomar::RunShellCommand(QStringLiteral("rm -r ") + pellomar::ShellQuote(target));
+        ShowPendingScanView();
         IsPreview = false;
         m_pScaningThread->m_options = m_pExportOptions->Options();
         m_pScaningThread->SetInitialSettings();
