@@ -1,6 +1,7 @@
 // The export run: package, then every message of every fully ticked folder
 // appended to its folder's mbox file.
 #include "export/EmlxExport.h"
+#include "export/MboxWriteQueue.h"
 #include "export/MboxWriter.h"
 #include "scanner/DetachedParts.h"
 #include "scanner/Discovery.h"
@@ -10,6 +11,8 @@
 #include "scanner/ScaningThread.h"
 
 #include <QHash>
+
+#include <memory>
 
 namespace {
 
@@ -47,17 +50,23 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
 
     const QString package = saveDir + mainIdentity;
     const QStringList parts = listOfPathOfEmlxPart;
-    // The mbox file of each message folder, found (and made) once. The mbox
-    // file stays open from one message to the next of the same file; every
-    // message is on disk when the next begins, as it would be if the file
-    // were opened for each message.
-    QHash<QString, QString> mboxOfFolder;
-    QFile mbox;
-    QString openMbox;
     if (bStopFlag) {
         result.ending = RunResult::Ending::Stopped;
         return result;
     }
+    // The mbox file of each message folder, found (and made) once. The mbox
+    // file stays open from one message to the next of the same file; every
+    // message is on disk when the next begins to be written, as it would be
+    // if the file were opened for each message. The writing itself is done
+    // by the queue's thread; this one reads and converts.
+    QHash<QString, QString> mboxOfFolder;
+    std::shared_ptr<QFile> mbox;
+    QString openMbox;
+    MboxWriteQueue out(&result);
+    auto finished = [&]() -> RunResult {
+        out.Finish();
+        return result;
+    };
     for (FldrAtrib* folder = StartFldrAtrib; folder; folder = folder->pNext) {
         // Partly ticked folders are left out; their fully ticked subfolders
         // come up on their own.
@@ -66,7 +75,7 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
         for (MailItem* item = folder->pFirstMail; item; item = item->pNext) {
             if (bStopFlag) {
                 result.ending = RunResult::Ending::Stopped;
-                return result;
+                return finished();
             }
             const QString path = Utf16Text(item->pPath, item->ulPathSize);
             if (!path.isEmpty() && !path.contains(kRssFeedMarker)) {
@@ -88,26 +97,29 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                 if (!message.isOpen()) {
                     result.EndAt(RunResult::Ending::UnreadableFile, path, reason,
                                  MessagesFrom(folder, item));
-                    return result;
+                    return finished();
                 }
                 if (openMbox != mboxPath) {
-                    mbox.close();
+                    mbox.reset();
                     openMbox.clear();
-                    if (MboxWriter::OpenForAppend(mbox, mboxPath, &reason))
+                    auto file = std::make_shared<QFile>();
+                    if (MboxWriter::OpenForAppend(*file, mboxPath, &reason)) {
+                        mbox = std::move(file);
                         openMbox = mboxPath;
+                    }
                 }
                 // An mbox file that cannot be opened loses this message only,
                 // and the run says which.
-                if (!mbox.isOpen()) {
-                    result.unwritten.append(
-                        {path, QStringLiteral("cannot open '") + mboxPath + "': " + reason});
+                if (!mbox) {
+                    out.Unwritten(path,
+                                  QStringLiteral("cannot open '") + mboxPath + "': " + reason);
                 } else {
-                    const qint64 before = mbox.size();
                     const bool partial =
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
                     RemovedParts removed(path);
+                    out.BeginMessage(path, mbox, mboxPath);
                     const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
-                        message, mbox, partial,
+                        message, out.Device(), partial,
                         partial ? emlx::PartFileCandidates(path, parts) : QStringList(),
                         thread.m_options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
                     for (const RunResult::Skipped& part : copy.skippedParts)
@@ -119,24 +131,16 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                     // A detached part that cannot be read ends the export;
                     // what was written so far is kept.
                     if (!copy.complete) {
+                        out.EndIncomplete();
                         result.EndAt(RunResult::Ending::UnreadableFile, copy.failedPart,
                                      copy.reason, MessagesFrom(folder, item));
-                        return result;
+                        return finished();
                     }
-                    // A write that failed (a full disk) leaves the mbox file as
-                    // it was, so that it holds whole messages only.
-                    if (mbox.error() != QFileDevice::NoError) {
-                        result.unwritten.append({path, QStringLiteral("cannot write to '") +
-                                                           mboxPath + "': " + mbox.errorString()});
-                        mbox.unsetError();
-                        mbox.resize(before);
-                    } else {
-                        result.Count(mboxPath, copy.converted);
-                    }
+                    out.EndMessage(copy.converted);
                 }
             }
             emit thread.CurrentValue();
         }
     }
-    return result;
+    return finished();
 }

@@ -3,6 +3,7 @@
 // whole lines. And the parts Mail kept apart from a partial message: the
 // walk that numbers them by IMAP section, the lookup of their decoded files,
 // the encoders and the writer that puts them back.
+#include "export/MboxWriteQueue.h"
 #include "export/MboxWriter.h"
 #include "export/PartEncoding.h"
 #include "scanner/DetachedParts.h"
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 
 using namespace TestSupport;
 
@@ -369,6 +371,57 @@ private slots:
         QCOMPARE(r.partsFromEmlxpart, quint64(1));
         QCOMPARE(r.partsFromAttachments, quint64(1));
         QCOMPARE(r.missingParts, QStringList{"c.png"});
+    }
+
+    // The write queue hands messages to its thread in pieces and waits when
+    // too much is queued: whatever the sizes of the messages and of the
+    // writes, each mbox file gets its messages whole and in order, a message
+    // cut short keeps what it had, and only whole ones are counted.
+    void queueKeepsMessagesInOrder() {
+        QTemporaryDir tmp;
+        const QString paths[] = {tmp.path() + "/a.mbox", tmp.path() + "/b.mbox"};
+        std::shared_ptr<QFile> files[2];
+        for (int f = 0; f < 2; ++f) {
+            files[f] = std::make_shared<QFile>();
+            QString why;
+            QVERIFY(MboxWriter::OpenForAppend(*files[f], paths[f], &why));
+        }
+        const qint64 piece = MboxWriteQueue::kPieceBytes;
+        QList<qint64> sizes{0, 1, piece, piece + 1, 2 * MboxWriteQueue::kQueueBytes + 7};
+        for (int i = 0; i < 300; ++i)
+            sizes << 1000 + i;
+        QByteArray expected[2];
+        RunResult result;
+        {
+            MboxWriteQueue queue(&result);
+            for (int i = 0; i < sizes.size(); ++i) {
+                QByteArray message(int(sizes[i]), char('a' + i % 26));
+                const int f = i % 3 == 0;
+                queue.BeginMessage(QString::number(i), files[f], paths[f]);
+                // Writes of one byte, of a few pieces and of what is left.
+                for (qint64 at = 0, n; at < message.size(); at += n) {
+                    n = std::min<qint64>(message.size() - at, at % 2 ? 1 : 3 * piece + 5);
+                    queue.Device().write(message.constData() + at, n);
+                }
+                expected[f] += message;
+                if (i == 3)
+                    queue.EndIncomplete();
+                else
+                    queue.EndMessage(i == 1);
+            }
+            queue.Unwritten("lost", "cannot open");
+            queue.Finish();
+        }
+        for (int f = 0; f < 2; ++f) {
+            files[f]->close();
+            QVERIFY2(ReadFile(paths[f]) == expected[f], qPrintable(paths[f]));
+        }
+        QCOMPARE(result.done, quint64(sizes.size() - 1));
+        QCOMPARE(result.converted, quint64(1));
+        QCOMPARE(result.folders.size(), 2);
+        QCOMPARE(result.folders[0].path, paths[1]); // message 0 went to b
+        QCOMPARE(result.unwritten.size(), 1);
+        QCOMPARE(result.unwritten[0].path, QString("lost"));
     }
 };
 
