@@ -36,7 +36,6 @@ template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) 
         if (p + 5 <= size && memcmp(data + p, "From ", 5) == 0)
             fromLine(p);
     };
-    qint64 i = 0;
     using emlx::Bytes16;
     // Bytes that stop the run (high bytes are the negative ones), and "\n"
     // followed by "F". A "<" matters only where a trailer mark could start
@@ -47,17 +46,39 @@ template <class F> qint64 PlainRun(const char* data, qint64 size, F&& fromLine) 
                (v < 0);
     };
     auto lineF = [](Bytes16 v, Bytes16 next) { return (v == '\n') & (next == 'F'); };
-    for (; i + 17 <= size; i += 16) {
-        const Bytes16 v = emlx::Load16(data + i);
-        const Bytes16 next = emlx::Load16(data + i + 1);
-        const Bytes16 stop = bad(v, next);
-        if (!emlx::Any(stop | lineF(v, next)))
+    auto flags = [&](qint64 at) {
+        const Bytes16 v = emlx::Load16(data + at);
+        const Bytes16 next = emlx::Load16(data + at + 1);
+        return bad(v, next) | lineF(v, next);
+    };
+    // Sixteen bytes at `at`: false when a byte stops the run there (the
+    // byte-wise loop then finds which); otherwise its "From " lines are
+    // reported.
+    auto block = [&](qint64 at) {
+        const Bytes16 v = emlx::Load16(data + at);
+        const Bytes16 next = emlx::Load16(data + at + 1);
+        if (emlx::Any(bad(v, next)))
+            return false;
+        if (emlx::Any(lineF(v, next)))
+            for (qint64 k = at; k < at + 16; ++k)
+                if (data[k] == '\n')
+                    check(k + 1);
+        return true;
+    };
+    qint64 i = 0;
+    // Most text has nothing to look at in 64 bytes: one test for all four
+    // blocks.
+    for (bool going = true; going && i + 65 <= size;) {
+        if (!emlx::Any(flags(i) | flags(i + 16) | flags(i + 32) | flags(i + 48))) {
+            i += 64;
             continue;
-        if (emlx::Any(stop))
-            break;
-        for (qint64 k = i; k < i + 16; ++k)
-            if (data[k] == '\n')
-                check(k + 1);
+        }
+        for (const qint64 end = i + 64; going && i < end; i += 16)
+            going = block(i);
+        if (!going)
+            i -= 16;
+    }
+    for (; i + 17 <= size && block(i); i += 16) {
     }
     for (; i < size; ++i) {
         const auto c = static_cast<unsigned char>(data[i]);

@@ -126,9 +126,13 @@ inline Bytes16 Load16(const char* p) {
 }
 // Some byte is not 0.
 inline bool Any(Bytes16 v) {
+#ifdef __SSE2__
+    return _mm_movemask_epi8((__m128i)v) != 0;
+#else
     quint64 halves[2];
     memcpy(halves, &v, 16);
     return (halves[0] | halves[1]) != 0;
+#endif
 }
 // Bit i set for each byte i of a comparison that is -1.
 inline unsigned Mask(Bytes16 v) {
