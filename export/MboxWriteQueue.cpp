@@ -88,13 +88,16 @@ void MboxWriteQueue::Push(Piece piece) {
     std::unique_lock<std::mutex> lock(m_mutex);
     // A full queue holds the conversion back until the writing catches up.
     m_wakeConverter.wait(lock, [this] { return m_queuedBytes < kQueueBytes; });
-    const bool wasEmpty = m_queue.empty();
+    const qint64 before = m_queuedBytes;
     // A piece holds its whole buffer, however little of it a short message
     // fills: the buffers are what the memory is.
     m_queuedBytes += std::max<qint64>(piece.bytes.size(), piece.bytes.capacity());
     m_queue.push_back(std::move(piece));
+    // The writer is woken for a good batch, not for every piece: each
+    // wake-up costs both threads more than writing a small piece.
+    const bool wake = before < kWakeBytes && m_queuedBytes >= kWakeBytes;
     lock.unlock();
-    if (wasEmpty)
+    if (wake)
         m_wakeWriter.notify_one();
 }
 

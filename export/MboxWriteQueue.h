@@ -29,6 +29,8 @@ class MboxWriteQueue {
 public:
     static constexpr qint64 kQueueBytes = 8 * 1024 * 1024;
     static constexpr int kPieceBytes = 256 * 1024;
+    // Queued bytes that wake the writing thread (Finish wakes it for less).
+    static constexpr qint64 kWakeBytes = kQueueBytes / 4;
 
     // The writing thread counts the written messages into `result` (its
     // folders, done and converted) and lists the unwritten ones there; the
