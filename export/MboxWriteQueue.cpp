@@ -31,7 +31,7 @@ void MboxWriteQueue::EndIncomplete() {
 }
 
 void MboxWriteQueue::Unwritten(const QString& messagePath, const QString& reason) {
-    Push(Piece{Piece::Unwritten, {}, messagePath, reason, nullptr});
+    Push(Piece{Piece::Unwritten, {}, messagePath, {}, nullptr, reason});
 }
 
 void MboxWriteQueue::Finish() {
@@ -165,7 +165,7 @@ void MboxWriteQueue::Take(Piece& piece) {
     case Piece::EndIncomplete:
         break;
     case Piece::Unwritten:
-        m_result->unwritten.append({piece.messagePath, piece.mboxPath});
+        m_result->unwritten.append({piece.messagePath, piece.reason});
         break;
     }
 }

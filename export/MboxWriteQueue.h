@@ -8,8 +8,8 @@
 // with each what the export did in place before: a failed write (a full
 // disk) cuts the file back to its size before the message and names the
 // message; a whole message is counted. At most kQueueBytes of buffers wait
-// between the two (and as much is being written), so memory does not grow with the size of a
-// message or of the store.
+// between the two, and as much is being written, so the memory does not grow
+// with the size of a message or of the store.
 
 #include "scanner/RunResult.h"
 
@@ -63,8 +63,9 @@ private:
         enum Kind { Begin, Data, End, EndIncomplete, Unwritten } kind;
         QByteArray bytes;
         QString messagePath;
-        QString mboxPath; // for Begin; the reason for Unwritten
+        QString mboxPath; // Begin
         std::shared_ptr<QFile> mbox;
+        QString reason = {}; // Unwritten
         bool converted = false;
     };
     // Collects the bytes of the message under way into pieces.
