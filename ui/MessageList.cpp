@@ -58,42 +58,34 @@ bool PendingScanView::Batch::IsEmpty() const {
 }
 
 bool PendingScanView::AddFolder(QTreeWidgetItem* parent, QTreeWidgetItem* item) {
-    const QMutexLocker lock(&m_lock);
-    const bool wasEmpty = m_batch.IsEmpty();
-    m_batch.folders.append(Folder{parent, item});
-    return wasEmpty;
+    return Change([&](Batch& b) { b.folders.append(Folder{parent, item}); });
 }
 
 bool PendingScanView::AddMessage(QTreeWidgetItem* folder, const QString& subject,
                                  const QString& number, unsigned long long count,
                                  bool hasAttachments, int priority, int labelState) {
-    const QMutexLocker lock(&m_lock);
-    const bool wasEmpty = m_batch.IsEmpty();
-    if (folder) {
-        m_batch.currentFolder = folder;
-        QVector<LabelStep>& steps = m_batch.labels[folder];
-        if (!steps.isEmpty() && labelState == 2)
-            steps.last().count = count;
-        else
-            steps.append({count, labelState});
-    }
-    m_batch.rows.append({subject, number, hasAttachments, priority});
-    return wasEmpty;
+    return Change([&](Batch& b) {
+        if (folder) {
+            b.currentFolder = folder;
+            QVector<LabelStep>& steps = b.labels[folder];
+            if (!steps.isEmpty() && labelState == 2)
+                steps.last().count = count;
+            else
+                steps.append({count, labelState});
+        }
+        b.rows.append({subject, number, hasAttachments, priority});
+    });
 }
 
 bool PendingScanView::ClearList() {
-    const QMutexLocker lock(&m_lock);
-    const bool wasEmpty = m_batch.IsEmpty();
-    m_batch.rows.clear();
-    m_batch.clearList = true;
-    return wasEmpty;
+    return Change([](Batch& b) {
+        b.rows.clear();
+        b.clearList = true;
+    });
 }
 
 bool PendingScanView::AddProgressStep() {
-    const QMutexLocker lock(&m_lock);
-    const bool wasEmpty = m_batch.IsEmpty();
-    ++m_batch.steps;
-    return wasEmpty;
+    return Change([](Batch& b) { ++b.steps; });
 }
 
 bool PendingScanView::IsEmpty() const {

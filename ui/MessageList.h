@@ -115,6 +115,14 @@ private:
         int steps = 0;
         bool IsEmpty() const;
     };
+    // Changes the batch under the lock; true when it was empty before.
+    template <class F> bool Change(F&& change) {
+        const QMutexLocker lock(&m_lock);
+        const bool wasEmpty = m_batch.IsEmpty();
+        change(m_batch);
+        return wasEmpty;
+    }
+
     mutable QMutex m_lock;
     Batch m_batch;
 };
