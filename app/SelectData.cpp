@@ -1,5 +1,6 @@
 #include "app/SelectData.h"
-#include "scanner/Globals.h"
+#include "scanner/MailPaths.h"
+#include "ui/PreviewWindow.h"
 #include "ui_BrowseWindow.h"
 
 #include <QFileDialog>
@@ -70,4 +71,16 @@ void SelectData::OnPressed() {
 
 void SelectData::OnReleased() {
     ui->StartButton->setIcon(QIcon(QStringLiteral(":/images/img_Start.png")));
+}
+
+void ConnectToWindow(SelectData* select, PreviewWindow* window) {
+    QObject::connect(select, &SelectData::StartScanning, window, [window, select] {
+        window->m_strInputfilepath = select->m_strInputfilepath;
+        window->OnStartScanning();
+    });
+    QObject::connect(window, &PreviewWindow::OpenFileRequested, select, [select] {
+        select->DefaultDatabaseLocation();
+        select->show();
+        select->raise();
+    });
 }

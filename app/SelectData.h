@@ -3,6 +3,8 @@
 
 #include <QDialog>
 
+class PreviewWindow;
+
 namespace Ui {
 class BrowseWindow;
 }
@@ -19,6 +21,8 @@ public:
     void DefaultDatabaseLocation();
 
     Ui::BrowseWindow* ui;
+    // The store folder chosen.
+    QString m_strInputfilepath;
 
 signals:
     void StartScanning();
@@ -34,3 +38,7 @@ protected:
     // Asks for a folder; tests replace it.
     virtual QString AskForDirectory();
 };
+
+// Start in the dialog scans the chosen store in the window; the window's
+// Open shows the dialog again with the default store.
+void ConnectToWindow(SelectData* select, PreviewWindow* window);

@@ -9,8 +9,6 @@
 // when the window ends as a scan should: the last folder current, its
 // messages listed, the progress bar at its total. Needs a display (Xvfb).
 #include "app/SelectData.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
 #include "ui/PreviewWindow.h"
 #include "ui/ProgressDialogs.h"
@@ -75,13 +73,16 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: pellomar-windowscan STORE\n");
         return 2;
     }
-    closeevent = 1;
     auto* window = new PreviewWindow(nullptr);
+    window->closeevent = 1;
     window->setMinimumSize(1000, 520);
+    SelectData select;
+    ConnectToWindow(&select, window);
+    select.show();
     window->show();
     BoxWatcher watcher;
     app.installEventFilter(&watcher);
-    auto* start = window->m_pSelectData->findChild<QPushButton*>(QStringLiteral("StartButton"));
+    auto* start = select.findChild<QPushButton*>(QStringLiteral("StartButton"));
     if (!start) {
         fprintf(stderr, "no Start button\n");
         return 1;
@@ -90,7 +91,7 @@ int main(int argc, char** argv) {
     int code = 1;
     qint64 endMs = -1;
     QTimer::singleShot(1500, [&] {
-        m_strInputfilepath = QString::fromLocal8Bit(argv[1]);
+        select.m_strInputfilepath = QString::fromLocal8Bit(argv[1]);
         start->setEnabled(true);
         watcher.cpuAtStart = CpuSeconds();
         watcher.clock.start();
@@ -101,7 +102,7 @@ int main(int argc, char** argv) {
     QObject::connect(&poll, &QTimer::timeout, [&] {
         if (watcher.boxMs < 0 && watcher.others.isEmpty())
             return;
-        if (window->m_pScaningThread->isRunning() || bProcessRunning)
+        if (window->RunUnderWay())
             return;
         endMs = watcher.clock.elapsed();
         app.quit();
@@ -112,14 +113,14 @@ int main(int argc, char** argv) {
     // BENCH_SCREENSHOT=FILE keeps a picture of the window as the scan left it.
     if (qEnvironmentVariableIsSet("BENCH_SCREENSHOT"))
         window->grab().save(qEnvironmentVariable("BENCH_SCREENSHOT"));
-    const FldrAtrib* last = LastFolderRecord();
+    const FldrAtrib* last = window->m_store.EndFldrAtrib();
     const int rows = window->m_pCenterTreeWidget->topLevelItemCount();
     QProgressBar* bar =
         window->m_pProgressInfo ? window->m_pProgressInfo->ui->ProgressBar : nullptr;
     if (watcher.boxMs < 0)
         fprintf(stderr, "no end-of-scan box; boxes: %s\n", qPrintable(watcher.others.join('|')));
-    else if (!last || window->m_pLeftTreeWidget->currentItem() != last->pTreeItem ||
-             quint64(rows) != last->ullMsgCount)
+    else if (!last || window->m_pLeftTreeWidget->currentItem() != window->FolderItem(last->ullId) ||
+             quint64(rows) != last->MsgCount())
         fprintf(stderr, "the last folder is not shown (%d rows)\n", rows);
     else if (!bar || bar->value() != bar->maximum())
         fprintf(stderr, "the progress bar stopped at %d of %d\n", bar ? bar->value() : -1,

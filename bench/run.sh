@@ -55,7 +55,7 @@ if [[ ! -f $store/.done || $(cat "$store/.done") != "$stamp" ]]; then
 fi
 
 mkdir -p "$work/tmp"
-export PELLOMAR_TMPDIR=$work/tmp
+export TMPDIR=$work/tmp
 # What the copy and the exports write goes to BENCH_OUT (default
 # bench/work/out); on tmpfs (/dev/shm) the disk's write-back, which can
 # take seconds more in one run than in the next, is left out of both.

@@ -1,21 +1,52 @@
 #pragma once
-// Shared pieces of the command-line tool: running the worker thread headless,
-// a progress bar on stderr, and one-line errors.
+// Shared pieces of the command-line tool: a progress bar on stderr, the
+// interrupt flag, and the standard streams.
+
+#include "scanner/RunProgress.h"
 
 #include <QString>
 #include <QTextStream>
 
-class ScaningThread;
+#include <atomic>
+#include <chrono>
 
-// Runs one scan (preview = true) or export (preview = false) on the worker
-// thread and returns when the run has ended. Progress is drawn on stderr when
-// stderr is a terminal. Returns true when the run ended with FinishScaning
-// (false after a stop request).
-bool RunWorker(ScaningThread& thread, bool preview);
+// Draws a run's progress on stderr, when stderr is a terminal, at most ten
+// times a second.
+class ProgressBar : public RunProgress {
+public:
+    ProgressBar();
+    ~ProgressBar() override;
+    void OnSettingsForPrgBar(unsigned long total, const QString& caption) override;
+    void CurrentValue() override;
+    // Draws the last state and ends the bar's line.
+    void Finish();
+
+private:
+    void Draw();
+
+    bool m_enabled;
+    unsigned long m_total = 0;
+    unsigned long m_value = 0;
+    int m_lastDrawn = -1;
+    QString m_caption;
+    std::chrono::steady_clock::time_point m_lastTime;
+};
+
+// Ctrl-C sets the stop flag of the run under way while it lives; a second
+// Ctrl-C ends the process at once.
+class InterruptGuard {
+public:
+    InterruptGuard();
+    ~InterruptGuard();
+    // The flag a run looks at.
+    static std::atomic<bool>& StopFlag();
+    // Ctrl-C was pressed.
+    static bool Interrupted();
+};
 
 // Standard streams, UTF-8.
 QTextStream& Out();
 QTextStream& Err();
 
 // Exit codes.
-enum { ExitOk = 0, ExitFailure = 1, ExitUsage = 2, ExitIncomplete = 3 };
+enum { ExitOk = 0, ExitFailure = 1, ExitUsage = 2, ExitIncomplete = 3, ExitInterrupted = 130 };

@@ -93,7 +93,11 @@ int ReportEnding(const char* command, const RunResult& result, const char* done)
         Err() << prefix << "skipped '" << s.path << "': " << s.reason << "\n";
     for (const RunResult::Skipped& s : result.unwritten)
         Err() << prefix << "not written '" << s.path << "': " << s.reason << "\n";
-    if (result.EndedAtFile()) {
+    if (result.ending == RunResult::Ending::Failed) {
+        Err() << prefix << "stopped at '" << result.file << "': " << result.reason << "\n"
+              << prefix << Count(result.notDone, "message was", "messages were") << " not " << done
+              << "\n";
+    } else if (result.EndedAtFile()) {
         Err() << prefix << "ended at '" << result.file << "': " << result.reason << "\n"
               << prefix << Count(result.notDone, "message was", "messages were") << " not " << done
               << " because of it; --keep-going skips such files\n";

@@ -2,12 +2,9 @@
 #include "cli/Commands.h"
 #include "cli/RunReport.h"
 #include "cli/ScanOutput.h"
-#include "scanner/FolderTreeSink.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
-#include "scanner/ScaningThread.h"
+#include "scanner/EmlxFinder.h"
+#include "scanner/MailPaths.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 namespace {
@@ -16,11 +13,29 @@ const char kScanUsage[] = "Usage: pellomar-cli scan STORE [--json] [--keep-going
 
 } // namespace
 
+QString CheckStoreFolder(const char* command, const QString& path) {
+    const QString prefix = QStringLiteral("pellomar-cli ") + QLatin1String(command) + ": ";
+    const QFileInfo info(path);
+    if (!info.exists())
+        return prefix + "'" + path + "' does not exist\n";
+    if (!info.isDir())
+        return prefix + "'" + path + "' is not a folder\n";
+    if (!info.isReadable() || !info.isExecutable())
+        return prefix + "cannot read the folder '" + path + "'\n";
+    return QString();
+}
+
+ScanOptions StoreScanOptions() {
+    ScanOptions options;
+    options.m_strDefaultMailPath = DefaultMailPathFor(pellomar::ConsoleUserName());
+    return options;
+}
+
 int RunScanCommand(const QStringList& args) {
     QString store;
     bool json = false;
     bool haveStore = false;
-    RunOptions options;
+    ScanOptions options = StoreScanOptions();
     for (const QString& arg : args) {
         if (arg == QLatin1String("--json")) {
             json = true;
@@ -41,39 +56,21 @@ int RunScanCommand(const QStringList& args) {
         Err() << kScanUsage;
         return ExitUsage;
     }
-
-    const QFileInfo info(store);
-    if (!info.exists()) {
-        Err() << "pellomar-cli scan: '" << store << "' does not exist\n";
+    const QString problem = CheckStoreFolder("scan", store);
+    if (!problem.isEmpty()) {
+        Err() << problem;
         return ExitFailure;
     }
-    if (!info.isDir()) {
-        Err() << "pellomar-cli scan: '" << store << "' is not a folder\n";
-        return ExitFailure;
-    }
-    if (!info.isReadable() || !info.isExecutable()) {
-        Err() << "pellomar-cli scan: cannot read the folder '" << store << "'\n";
-        return ExitFailure;
-    }
-    // find must start from the folder itself, not from a link to it, and the
-    // folder path is cut out of every message path: no trailing slash.
-    m_strInputfilepath = info.canonicalFilePath();
 
-    HeadlessFolderSink sink;
-    FolderTreeSink* const previousSink = pMainWindow;
-    pMainWindow = &sink;
-    FreeAllFolderRecords();
-    ScaningThread thread;
-    thread.m_options = options;
-    RunWorker(thread, true);
-
+    // The folder itself, not a link to it, and without a trailing slash: its
+    // path is cut out of every message path.
+    const std::atomic<bool> never{false};
+    ProgressBar bar;
+    const Store result = EMLXFinder(QFileInfo(store).canonicalFilePath(), options, bar, never);
+    bar.Finish();
     if (json)
-        WriteScanJson(Out(), sink);
+        WriteScanJson(Out(), result);
     else
-        WriteScanTree(Out(), sink);
-
-    FreeAllFolderRecords();
-    pMainWindow = previousSink;
-    m_pMainWindow = nullptr;
-    return ReportEnding("scan", thread.LastScan(), "scanned");
+        WriteScanTree(Out(), result);
+    return ReportEnding("scan", result.result, "scanned");
 }

@@ -1,9 +1,7 @@
 #include "cli/ScanOutput.h"
 
-#include "scanner/FolderTreeSink.h"
-#include "scanner/Records.h"
+#include "scanner/Store.h"
 
-#include <QMap>
 #include <QVector>
 
 void AppendJsonString(QString& out, const QString& text) {
@@ -58,17 +56,18 @@ void AppendJsonString(QString& out, const QString& text) {
 
 namespace {
 
-void AppendUtf16Field(QString& out, const char* key, const char* buffer, quint32 size) {
+// A text, or null when it was not found.
+void AppendText(QString& out, const char* key, const QString& text) {
     out += QLatin1String(key);
-    if (buffer)
-        AppendJsonString(out, Utf16Text(buffer, size));
+    if (!text.isEmpty())
+        AppendJsonString(out, text);
     else
         out += QLatin1String("null");
 }
 
-void AppendLatin1Field(QString& out, const char* key, const char* text) {
+void AppendLatin1(QString& out, const char* key, const QByteArray& text) {
     out += QLatin1String(key);
-    if (text)
+    if (!text.isNull())
         AppendJsonString(out, QString::fromLatin1(text));
     else
         out += QLatin1String("null");
@@ -79,36 +78,33 @@ void AppendNumber(QString& out, const char* key, qint64 value) {
     out += QString::number(value);
 }
 
-void AppendMessage(QString& out, const MailItem* m) {
+void AppendMessage(QString& out, const MailItem& m) {
     out += QLatin1String("{\"number\": ");
-    out += QString::number(m->ullNumber);
-    AppendUtf16Field(out, ", \"path\": ", m->pPath, m->ulPathSize);
-    AppendUtf16Field(out, ", \"from\": ", m->pFrom, m->ulFromSize);
-    AppendUtf16Field(out, ", \"to\": ", m->pTo, m->ulToSize);
-    AppendUtf16Field(out, ", \"subject\": ", m->pSubject, m->ulSubjectSize);
-    out += QLatin1String(", \"date\": ");
-    if (m->pDate)
-        AppendJsonString(out, QString::fromLatin1(m->pDate, int(m->ulDateSize)));
-    else
-        out += QLatin1String("null");
-    AppendNumber(out, ", \"priority\": ", m->iPriority);
-    AppendNumber(out, ", \"htmlStart\": ", m->llHtmlStart);
-    AppendNumber(out, ", \"htmlEnd\": ", m->llHtmlEnd);
-    AppendLatin1Field(out, ", \"htmlCharset\": ", m->pHtmlCharset);
-    AppendNumber(out, ", \"plainStart\": ", m->llPlainStart);
-    AppendNumber(out, ", \"plainEnd\": ", m->llPlainEnd);
-    AppendLatin1Field(out, ", \"plainCharset\": ", m->pPlainCharset);
-    AppendLatin1Field(out, ", \"encoding\": ", m->pTransferEncoding);
+    out += QString::number(m.ullNumber);
+    AppendText(out, ", \"path\": ", m.path);
+    AppendText(out, ", \"from\": ", m.from);
+    AppendText(out, ", \"to\": ", m.to);
+    AppendText(out, ", \"subject\": ", m.subject);
+    AppendLatin1(out, ", \"date\": ", m.date);
+    AppendNumber(out, ", \"priority\": ", m.iPriority);
+    AppendNumber(out, ", \"htmlStart\": ", m.llHtmlStart);
+    AppendNumber(out, ", \"htmlEnd\": ", m.llHtmlEnd);
+    AppendLatin1(out, ", \"htmlCharset\": ", m.htmlCharset);
+    AppendNumber(out, ", \"plainStart\": ", m.llPlainStart);
+    AppendNumber(out, ", \"plainEnd\": ", m.llPlainEnd);
+    AppendLatin1(out, ", \"plainCharset\": ", m.plainCharset);
+    AppendLatin1(out, ", \"encoding\": ", m.transferEncoding);
     out += QLatin1String(", \"attachments\": [");
-    for (const AttachmentEntry* a = m->pAttachHead; a; a = a->pNext) {
-        if (a != m->pAttachHead)
+    for (int i = 0; i < m.attachments.size(); ++i) {
+        const AttachmentEntry& a = m.attachments.at(i);
+        if (i > 0)
             out += QLatin1String(", ");
-        AppendUtf16Field(out, "{\"name\": ", a->pName, a->ulNameSize);
-        AppendNumber(out, ", \"start\": ", a->llStart);
-        AppendNumber(out, ", \"end\": ", a->llEnd);
-        AppendUtf16Field(out, ", \"part\": ", a->pPartFile, a->ulPartFileSize);
+        AppendText(out, "{\"name\": ", a.name);
+        AppendNumber(out, ", \"start\": ", a.llStart);
+        AppendNumber(out, ", \"end\": ", a.llEnd);
+        AppendText(out, ", \"part\": ", a.partFile);
         // Mail's decoded copy under Attachments, not an encoded .emlxpart.
-        if (a->ucDecodedPart)
+        if (a.decoded)
             out += QLatin1String(", \"decoded\": true");
         out += QLatin1Char('}');
     }
@@ -117,67 +113,60 @@ void AppendMessage(QString& out, const MailItem* m) {
 
 } // namespace
 
-void WriteScanJson(QTextStream& out, const HeadlessFolderSink& sink) {
+void WriteScanJson(QTextStream& out, const Store& store) {
     out << "{\"folders\": [";
     QString chunk;
-    for (const FldrAtrib* f = StartFldrAtrib; f; f = f->pNext) {
+    bool first = true;
+    for (const FldrAtrib& f : store.Folders()) {
         chunk.clear();
-        if (f != StartFldrAtrib)
+        if (!first)
             chunk += QLatin1Char(',');
+        first = false;
         chunk += QLatin1String("\n  {\"id\": ");
-        chunk += QString::number(f->ullId);
+        chunk += QString::number(f.ullId);
         chunk += QLatin1String(", \"parent\": ");
-        chunk += QString::number(f->ullParentId);
+        chunk += QString::number(f.ullParentId);
         chunk += QLatin1String(", \"name\": ");
-        AppendJsonString(chunk, sink.FolderName(f->ullId));
+        AppendJsonString(chunk, f.name);
         chunk += QLatin1String(", \"messages\": [");
         out << chunk;
         // One message at a time, so that large stores never build the whole
         // document in memory.
-        for (const MailItem* m = f->pFirstMail; m; m = m->pNext) {
-            chunk = m == f->pFirstMail ? QStringLiteral("\n    ") : QStringLiteral(",\n    ");
-            AppendMessage(chunk, m);
+        for (size_t i = 0; i < f.messages.size(); ++i) {
+            chunk = i == 0 ? QStringLiteral("\n    ") : QStringLiteral(",\n    ");
+            AppendMessage(chunk, f.messages[i]);
             out << chunk;
         }
-        out << (f->pFirstMail ? "\n  ]}" : "]}");
+        out << (f.messages.empty() ? "]}" : "\n  ]}");
     }
-    out << (StartFldrAtrib ? "\n]}\n" : "]}\n");
+    out << (store.IsEmpty() ? "]}\n" : "\n]}\n");
     out.flush();
 }
 
-void WriteScanTree(QTextStream& out, const HeadlessFolderSink& sink) {
-    // Children in the order of the folder list; a parent always comes first.
-    QMap<quint64, QVector<const FldrAtrib*>> children;
-    quint64 folders = 0;
-    quint64 messages = 0;
-    for (const FldrAtrib* f = StartFldrAtrib; f; f = f->pNext) {
-        if (f == StartFldrAtrib)
-            continue;
-        children[f->ullParentId].append(f);
-        ++folders;
-        messages += f->ullMsgCount;
-    }
+void WriteScanTree(QTextStream& out, const Store& store) {
+    quint64 folders = store.Folders().empty() ? 0 : store.Folders().size() - 1;
     out << "Mailbox\n";
+    // Depth first, children in the order they were made.
     struct Level {
-        const QVector<const FldrAtrib*>* list;
+        const QVector<quint64>* children;
         int next;
     };
     QVector<Level> stack;
-    if (StartFldrAtrib && children.contains(StartFldrAtrib->ullId))
-        stack.append({&children[StartFldrAtrib->ullId], 0});
+    if (const FldrAtrib* root = store.StartFldrAtrib())
+        stack.append({&root->children, 0});
     while (!stack.isEmpty()) {
         Level& level = stack.last();
-        if (level.next >= level.list->size()) {
+        if (level.next >= level.children->size()) {
             stack.removeLast();
             continue;
         }
-        const FldrAtrib* f = level.list->at(level.next++);
-        out << QString(2 * stack.size(), QLatin1Char(' ')) << sink.FolderName(f->ullId) << " ("
-            << f->ullMsgCount << ")\n";
-        auto it = children.constFind(f->ullId);
-        if (it != children.constEnd())
-            stack.append({&it.value(), 0});
+        const FldrAtrib* f = store.Folder(level.children->at(level.next++));
+        out << QString(2 * stack.size(), QLatin1Char(' ')) << f->name << " (" << f->MsgCount()
+            << ")\n";
+        if (!f->children.isEmpty())
+            stack.append({&f->children, 0});
     }
+    const quint64 messages = store.MessageCount();
     out << messages << (messages == 1 ? " message in " : " messages in ") << folders
         << (folders == 1 ? " folder\n" : " folders\n");
     out.flush();

@@ -1,20 +1,20 @@
 #pragma once
-// Printing what a scan left in the folder records: an indented folder tree
-// with message counts, or a JSON document with every message record.
+// Printing what a scan found: an indented folder tree with message counts,
+// or a JSON document with every message record.
 
 #include <QString>
 #include <QTextStream>
 
-class HeadlessFolderSink;
+class Store;
 
 // Appends text as a JSON string literal (with its quotes). Unpaired
 // surrogates are written as \u escapes so that nothing is lost.
 void AppendJsonString(QString& out, const QString& text);
 
 // {"folders": [ {"id": 501, "parent": 0, "name": "Mailbox", "messages": [...]}, ... ]}
-// Folders in the order of the folder list, messages in their folder's order.
-void WriteScanJson(QTextStream& out, const HeadlessFolderSink& sink);
+// Folders in the store's order, messages in their folder's order.
+void WriteScanJson(QTextStream& out, const Store& store);
 
 // "Mailbox", then each folder indented by two blanks per level with its
 // message count, then the total line.
-void WriteScanTree(QTextStream& out, const HeadlessFolderSink& sink);
+void WriteScanTree(QTextStream& out, const Store& store);

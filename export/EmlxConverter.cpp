@@ -1,65 +1,78 @@
-// The export run: package, then every message of every fully ticked folder
+// The export run: package, then every message of every selected folder
 // appended to its folder's mbox file.
-#include "export/EmlxExport.h"
+#include "export/ExportJob.h"
 #include "export/MboxWriteQueue.h"
 #include "export/MboxWriter.h"
+#include "export/SaveTimeStamp.h"
 #include "scanner/DetachedParts.h"
 #include "scanner/Discovery.h"
 #include "scanner/EmlxLines.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
-#include "scanner/ScaningThread.h"
+#include "scanner/RunProgress.h"
+#include "scanner/Store.h"
 
 #include <QHash>
+#include <QSet>
 
 #include <memory>
 
-namespace {
-
-// Messages of the fully ticked folders from `item` (of `folder`) on.
-quint64 MessagesFrom(FldrAtrib* folder, MailItem* item) {
-    quint64 left = 0;
-    for (; item; item = item->pNext)
-        ++left;
-    for (folder = folder->pNext; folder; folder = folder->pNext)
-        if (folder->ucTickState == kTicked)
-            left += folder->ullMsgCount;
-    return left;
+ExportJob ExportJob::Ticked(const Store& store, const QString& destination, const QDateTime& when,
+                            const RunOptions& options) {
+    ExportJob job;
+    job.m_strInputfilepath = store.m_strInputfilepath;
+    job.saveDir = destination;
+    job.strTime = MakeSaveTimeStamp(when);
+    job.mainIdentity = PackageName(job.strTime);
+    job.selection = store.TickedFolders();
+    job.options = options;
+    return job;
 }
 
-} // namespace
-
-void InstallEmlxExport() {
-    InstallExportRoutine(&ExportTickedFolders);
-}
-
-RunResult ExportTickedFolders(ScaningThread& thread) {
+RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& progress,
+                        const std::atomic<bool>& stop) {
     RunResult result;
-    thread.GetUserName();
+    const QSet<quint64> selected(job.selection.cbegin(), job.selection.cend());
+    // The folders to write, in the store's order, and the messages left from
+    // any message of theirs on.
+    QVector<const FldrAtrib*> folders;
+    for (const FldrAtrib& f : store.Folders())
+        if (selected.contains(f.ullId)) {
+            folders.append(&f);
+            result.total += f.MsgCount();
+        }
+    auto messagesFrom = [&folders](int folder, size_t message) {
+        quint64 left = folders.at(folder)->MsgCount() - message;
+        for (int i = folder + 1; i < folders.size(); ++i)
+            left += folders.at(i)->MsgCount();
+        return left;
+    };
 
-    thread.m_ulTotalFiles = 0;
-    for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-        if (f->ucTickState == kTicked)
-            thread.m_ulTotalFiles += f->ullMsgCount;
-    result.total = thread.m_ulTotalFiles;
+    {
+        QString file, reason;
+        if (!CreateRGEWraper(job.saveDir, job.mainIdentity, &file, &reason)) {
+            result.EndAt(RunResult::Ending::Failed, file, reason, result.total);
+            return result;
+        }
+    }
+    progress.OnShowingScanProgBar();
+    progress.OnSettingsForPrgBar(static_cast<unsigned long>(result.total),
+                                 QStringLiteral("Saving .rge file. Please Wait..."));
 
-    CreateRGEWraper(saveDir);
-    emit thread.OnShowingScanProgBar();
-    emit thread.OnSettingsForPrgBar(static_cast<unsigned long>(thread.m_ulTotalFiles),
-                                    QStringLiteral("Saving .rge file. Please Wait..."));
-
-    const QString package = saveDir + mainIdentity;
-    const QStringList parts = listOfPathOfEmlxPart;
-    if (bStopFlag) {
+    const QString package = job.Package();
+    if (stop) {
         result.ending = RunResult::Ending::Stopped;
         return result;
     }
-    // The mbox file of each message folder, found (and made) once. The mbox
-    // file stays open from one message to the next of the same file; every
-    // message is on disk when the next begins to be written, as it would be
-    // if the file were opened for each message. The writing itself is done
-    // by the queue's thread; this one reads and converts.
-    QHash<QString, QString> mboxOfFolder;
+    // The mbox file of each message folder, found (and made) once, or why it
+    // could not be made. The mbox file stays open from one message to the
+    // next of the same file; every message is on disk when the next begins
+    // to be written, as it would be if the file were opened for each
+    // message. The writing itself is done by the queue's thread; this one
+    // reads and converts.
+    struct Mbox {
+        QString path;
+        QString reason;
+    };
+    QHash<QString, Mbox> mboxOfFolder;
     std::shared_ptr<QFile> mbox;
     QString openMbox;
     MboxWriteQueue out(&result);
@@ -67,61 +80,63 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
         out.Finish();
         return result;
     };
-    for (FldrAtrib* folder = StartFldrAtrib; folder; folder = folder->pNext) {
-        // Partly ticked folders are left out; their fully ticked subfolders
-        // come up on their own.
-        if (folder->ucTickState != kTicked)
-            continue;
-        for (MailItem* item = folder->pFirstMail; item; item = item->pNext) {
-            if (bStopFlag) {
+    for (int fi = 0; fi < folders.size(); ++fi) {
+        const std::vector<MailItem>& messages = folders.at(fi)->messages;
+        for (size_t mi = 0; mi < messages.size(); ++mi) {
+            if (stop) {
                 result.ending = RunResult::Ending::Stopped;
                 return finished();
             }
-            const QString path = Utf16Text(item->pPath, item->ulPathSize);
+            const QString& path = messages[mi].path;
             if (!path.isEmpty() && !path.contains(kRssFeedMarker)) {
                 const QString dir = path.left(path.lastIndexOf(QLatin1Char('/')) + 1);
                 auto known = mboxOfFolder.constFind(dir);
-                if (known == mboxOfFolder.constEnd())
-                    known = mboxOfFolder.insert(dir, PathExtractor(package, path));
-                const QString& mboxPath = *known;
+                if (known == mboxOfFolder.constEnd()) {
+                    Mbox m;
+                    m.path = PathExtractor(package, path, job.m_strInputfilepath, &m.reason);
+                    known = mboxOfFolder.insert(dir, m);
+                }
+                const Mbox& target = *known;
                 QFile message;
                 QString reason;
                 // A message file that cannot be read is skipped when the user
                 // asked for it, and otherwise ends the export.
-                if (!MboxWriter::OpenForReading(message, path, &reason) &&
-                    thread.m_options.keepGoing) {
+                if (!MboxWriter::OpenForReading(message, path, &reason) && job.options.keepGoing) {
                     result.Skip(path, reason);
-                    emit thread.CurrentValue();
+                    progress.CurrentValue();
                     continue;
                 }
                 if (!message.isOpen()) {
                     result.EndAt(RunResult::Ending::UnreadableFile, path, reason,
-                                 MessagesFrom(folder, item));
+                                 messagesFrom(fi, mi));
                     return finished();
                 }
-                if (openMbox != mboxPath) {
+                if (!target.path.isEmpty() && openMbox != target.path) {
                     mbox.reset();
                     openMbox.clear();
                     auto file = std::make_shared<QFile>();
-                    if (MboxWriter::OpenForAppend(*file, mboxPath, &reason)) {
+                    if (MboxWriter::OpenForAppend(*file, target.path, &reason)) {
                         mbox = std::move(file);
-                        openMbox = mboxPath;
+                        openMbox = target.path;
                     }
                 }
-                // An mbox file that cannot be opened loses this message only,
-                // and the run says which.
-                if (!mbox) {
+                // An mbox file that cannot be made or opened loses this
+                // message only, and the run says which.
+                if (target.path.isEmpty()) {
+                    out.Unwritten(path, target.reason);
+                } else if (!mbox || openMbox != target.path) {
                     out.Unwritten(path,
-                                  QStringLiteral("cannot open '") + mboxPath + "': " + reason);
+                                  QStringLiteral("cannot open '") + target.path + "': " + reason);
                 } else {
                     const bool partial =
                         path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
                     RemovedParts removed(path);
-                    out.BeginMessage(path, mbox, mboxPath);
+                    out.BeginMessage(path, mbox, target.path);
                     const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
                         message, out.Device(), partial,
-                        partial ? emlx::PartFileCandidates(path, parts) : QStringList(),
-                        thread.m_options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
+                        partial ? emlx::PartFileCandidates(path, store.listOfPathOfEmlxPart)
+                                : QStringList(),
+                        job.options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
                     for (const RunResult::Skipped& part : copy.skippedParts)
                         result.Skip(part.path, part.reason);
                     result.partsFromEmlxpart += copy.partsFromEmlxpart;
@@ -133,13 +148,13 @@ RunResult ExportTickedFolders(ScaningThread& thread) {
                     if (!copy.complete) {
                         out.EndIncomplete();
                         result.EndAt(RunResult::Ending::UnreadableFile, copy.failedPart,
-                                     copy.reason, MessagesFrom(folder, item));
+                                     copy.reason, messagesFrom(fi, mi));
                         return finished();
                     }
                     out.EndMessage(copy.converted);
                 }
             }
-            emit thread.CurrentValue();
+            progress.CurrentValue();
         }
     }
     return finished();

@@ -12,10 +12,6 @@ class QIODevice;
 
 namespace MailStatus {
 
-// The "flags" integer of the top-level dictionary of a trailer (the property
-// list after the message), when there is one.
-std::optional<quint64> FlagsOf(const QByteArray& trailer);
-
 // Reads the trailer that starts at `at` in `file` (at most 64 KiB of it) and
 // returns its flags; the file's position is left where it was.
 std::optional<quint64> ReadFlags(QIODevice& file, qint64 at);

@@ -1,15 +1,16 @@
 // Where a message goes inside the package: the mailbox folder of the message
 // file becomes a folder of the plain name holding "<name>.mbox".
 #include "export/PathMapping.h"
-#include "export/EmlxExport.h"
+#include "export/ExportJob.h"
 #include "scanner/FileAccess.h"
-#include "scanner/Globals.h"
 
 #include <QDir>
 #include <QFile>
 
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -54,7 +55,32 @@ QString HarmlessFolders(const QString& path) {
 
 } // namespace
 
-QString PathExtractor(const QString& packagePath, const QString& messagePath) {
+bool MakeFolders(const QString& path, QString* reason) {
+    const QByteArray native = QFile::encodeName(path);
+    // Each level from the first below "/" on; existing folders are passed.
+    for (int at = native.indexOf('/', 1);; at = native.indexOf('/', at + 1)) {
+        const QByteArray level = at < 0 ? native : native.left(at);
+        if (!level.isEmpty() && !level.endsWith('/') && ::mkdir(level.constData(), 0777) != 0) {
+            const int error = errno;
+            struct stat st;
+            if (error != EEXIST) {
+                *reason = QStringLiteral("cannot make the folder '") + QFile::decodeName(level) +
+                          QStringLiteral("': ") + QString::fromLocal8Bit(strerror(error));
+                return false;
+            }
+            if (::stat(level.constData(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+                *reason = QStringLiteral("cannot make the folder '") + QFile::decodeName(level) +
+                          QStringLiteral("': something else has its name");
+                return false;
+            }
+        }
+        if (at < 0)
+            return true;
+    }
+}
+
+QString PathExtractor(const QString& packagePath, const QString& messagePath,
+                      const QString& storePath, QString* reason) {
     // The mailbox directory that holds the message; with several kinds in
     // one path the later test wins, wherever the kinds lie.
     QString base;
@@ -72,22 +98,23 @@ QString PathExtractor(const QString& packagePath, const QString& messagePath) {
     // The folders below the package; the package path itself is left as the
     // user chose it.
     QString below;
-    if (m_strInputfilepath.startsWith(base)) {
+    if (storePath.startsWith(base)) {
         // The chosen store is the mailbox itself or lies inside it.
-        QString rest = m_strInputfilepath;
+        QString rest = storePath;
         rest.remove(base, Qt::CaseSensitive);
         rest.remove(mbox, Qt::CaseSensitive);
         below = QStringLiteral("/Mail") + rest + QLatin1Char('/') + name + mbox;
         below.remove(mbox, Qt::CaseSensitive);
         below += QLatin1Char('/');
-    } else if (folder.startsWith(m_strInputfilepath)) {
+    } else if (folder.startsWith(storePath)) {
         // The mailbox lies below the store: its parents lose their suffix.
-        folder.remove(m_strInputfilepath, Qt::CaseSensitive);
+        folder.remove(storePath, Qt::CaseSensitive);
         folder.remove(mbox, Qt::CaseSensitive);
         below = QStringLiteral("/Mail") + folder;
     }
     QString result = packagePath + HarmlessFolders(below);
-    QDir().mkpath(result);
+    if (!MakeFolders(result, reason))
+        return QString();
     result += fileName;
 
     // A new mbox file is created empty and typed; an existing one keeps its
@@ -97,6 +124,10 @@ QString PathExtractor(const QString& packagePath, const QString& messagePath) {
     if (fd >= 0) {
         ::close(fd);
         SetFinderTypeAndCreator(result, "MBOX", "OPIM");
+    } else if (errno != EEXIST) {
+        *reason = QStringLiteral("cannot make '") + result + QStringLiteral("': ") +
+                  QString::fromLocal8Bit(strerror(errno));
+        return QString();
     }
     return result;
 }

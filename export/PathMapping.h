@@ -9,3 +9,7 @@ const char* FinderInfoAttributeName();
 // other Finder information zero. Returns false where the file system refuses
 // extended attributes; callers carry on without it.
 bool SetFinderTypeAndCreator(const QString& path, const char* type, const char* creator);
+
+// Makes the folder and every missing folder above it. False when one
+// cannot be made, with the reason naming it.
+bool MakeFolders(const QString& path, QString* reason);

@@ -4,10 +4,9 @@
 // and walks its removed parts.
 #include "fuzz/FuzzSupport.h"
 #include "scanner/DetachedParts.h"
-#include "scanner/Globals.h"
 #include "scanner/MessageAnalysis.h"
 #include "scanner/MessageFile.h"
-#include "scanner/Records.h"
+#include "scanner/Store.h"
 
 #include <cstdint>
 
@@ -16,16 +15,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool partial = size > 0 && (data[0] & 1);
     const QString path = fuzz::WriteInput(
         partial ? QStringLiteral("1.partial.emlx") : QStringLiteral("1.emlx"), bytes, qint64(size));
-    listOfPathOfEmlxPart.clear();
+    QStringList parts;
     if (partial)
-        listOfPathOfEmlxPart << fuzz::WriteInput(QStringLiteral("1.2.emlxpart"),
-                                                 bytes + size * 3 / 4, qint64(size - size * 3 / 4));
-    MailItem* item = NewMailItem();
-    AnalyseMessageFile(path, item);
-    FreeMailItem(item);
+        parts << fuzz::WriteInput(QStringLiteral("1.2.emlxpart"), bytes + size * 3 / 4,
+                                  qint64(size - size * 3 / 4));
+    MessageFile file;
+    MailItem item;
+    AnalyseMessageFile(file, path, parts, &item);
     // The walk over the parts Mail kept apart, which the analysis only runs
     // when the part files fall short.
-    MessageFile file;
     if (partial && file.Open(path))
         FindDetachedParts(file, path);
     return 0;

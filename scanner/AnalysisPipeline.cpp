@@ -1,10 +1,11 @@
 #include "scanner/AnalysisPipeline.h"
 #include "scanner/MessageAnalysis.h"
-#include "scanner/Records.h"
+#include "scanner/MessageFile.h"
 
 #include <algorithm>
 
-AnalysisPipeline::AnalysisPipeline(int threads) {
+AnalysisPipeline::AnalysisPipeline(int threads, const QStringList& partFiles)
+    : m_partFiles(partFiles) {
     for (int i = 0; i < qMax(1, threads); ++i)
         m_threads.emplace_back([this] { Work(); });
 }
@@ -18,9 +19,6 @@ AnalysisPipeline::~AnalysisPipeline() {
     m_work.notify_all();
     for (std::thread& t : m_threads)
         t.join();
-    for (const std::shared_ptr<Job>& job : m_queue)
-        if (job->item)
-            FreeMailItem(job->item);
 }
 
 void AnalysisPipeline::Submit(const QString& path) {
@@ -34,10 +32,10 @@ void AnalysisPipeline::Submit(const QString& path) {
     m_work.notify_one();
 }
 
-MailItem* AnalysisPipeline::Take(bool* opened, QString* error) {
+MailItem AnalysisPipeline::Take(bool* opened, QString* error) {
     if (m_queue.empty()) {
         *opened = false;
-        return nullptr;
+        return MailItem();
     }
     std::shared_ptr<Job> job = m_queue.front();
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -52,12 +50,12 @@ MailItem* AnalysisPipeline::Take(bool* opened, QString* error) {
     m_queue.pop_front();
     *opened = job->opened;
     *error = job->error;
-    MailItem* item = job->item;
-    job->item = nullptr;
-    return item;
+    return std::move(job->item);
 }
 
 void AnalysisPipeline::Work() {
+    // One reader per helper: its buffer serves every file the helper reads.
+    MessageFile file;
     for (;;) {
         std::shared_ptr<Job> job;
         {
@@ -68,12 +66,12 @@ void AnalysisPipeline::Work() {
             job = m_todo.front();
             m_todo.pop_front();
         }
-        MailItem* item = NewMailItem();
+        MailItem item;
         QString error;
-        const bool opened = AnalyseMessageFile(job->path, item, &error);
+        const bool opened = AnalyseMessageFile(file, job->path, m_partFiles, &item, &error);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            job->item = item;
+            job->item = std::move(item);
             job->opened = opened;
             job->error = error;
             job->done = true;

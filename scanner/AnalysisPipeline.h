@@ -4,7 +4,10 @@
 // scan uses every core. Results are handed over strictly in the order the
 // files were queued; a record is only ever touched by one thread at a time.
 
+#include "scanner/Store.h"
+
 #include <QString>
+#include <QStringList>
 
 #include <condition_variable>
 #include <deque>
@@ -13,8 +16,6 @@
 #include <thread>
 #include <vector>
 
-struct MailItem;
-
 class AnalysisPipeline {
 public:
     // How many files may be queued ahead of the one being taken.
@@ -22,29 +23,31 @@ public:
     // How many ready files the taker waits for once it has to wait.
     static constexpr size_t kBatch = 8;
 
-    explicit AnalysisPipeline(int threads);
-    // Stops the helpers and frees every record that was not taken.
+    // `partFiles` (the store's .emlxpart files) must stay as they are while
+    // the pipeline runs.
+    AnalysisPipeline(int threads, const QStringList& partFiles);
+    // Stops the helpers; records not taken go with it.
     ~AnalysisPipeline();
     AnalysisPipeline(const AnalysisPipeline&) = delete;
     AnalysisPipeline& operator=(const AnalysisPipeline&) = delete;
 
     void Submit(const QString& path);
-    // Waits for the oldest queued file and hands over its record (the caller
-    // owns it). `opened` is false when the file could not be opened, and
-    // `error` then says why.
-    MailItem* Take(bool* opened, QString* error);
+    // Waits for the oldest queued file and hands over its record. `opened`
+    // is false when the file could not be opened, and `error` then says why.
+    MailItem Take(bool* opened, QString* error);
     int Queued() const { return int(m_queue.size()); }
 
 private:
     struct Job {
         QString path;
-        MailItem* item = nullptr;
+        MailItem item;
         bool opened = false;
         QString error;
         bool done = false;
     };
     void Work();
 
+    const QStringList& m_partFiles;
     std::deque<std::shared_ptr<Job>> m_queue; // submitted, not yet taken (taker's thread only)
     std::deque<std::shared_ptr<Job>> m_todo;  // not yet started (under m_mutex)
     std::mutex m_mutex;

@@ -1,8 +1,74 @@
 #include "scanner/Discovery.h"
 
+#include <QFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
 const QString kRssFeedMarker = QStringLiteral("/RSS/Apple Hot News.rssmbox/");
 
 namespace {
+
+bool EndsWith(const QByteArray& name, const char* suffix) {
+    const int n = int(strlen(suffix));
+    return name.size() >= n && memcmp(name.constData() + name.size() - n, suffix, size_t(n)) == 0;
+}
+
+QString ErrnoText(int error) {
+    return QString::fromLocal8Bit(strerror(error));
+}
+
+// The entries of one folder, sorted so that walking them depth first gives
+// the byte order of full paths: a folder sorts as its name followed by "/".
+struct Entry {
+    QByteArray key; // the name, with "/" after a folder's
+    bool dir;
+};
+
+// Reads the folder at `path`; false with errno's text in `error` when it
+// cannot be opened or read.
+bool ReadFolder(const QByteArray& path, std::vector<Entry>* entries, QString* error) {
+    DIR* dir = ::opendir(path.constData());
+    if (!dir) {
+        *error = ErrnoText(errno);
+        return false;
+    }
+    entries->clear();
+    for (;;) {
+        errno = 0;
+        const dirent* e = ::readdir(dir);
+        if (!e) {
+            if (errno != 0) {
+                *error = ErrnoText(errno);
+                ::closedir(dir);
+                return false;
+            }
+            break;
+        }
+        const char* name = e->d_name;
+        if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+            continue;
+        bool isDir = e->d_type == DT_DIR;
+        if (e->d_type == DT_UNKNOWN) {
+            // Links are not followed, as find does not follow them.
+            struct stat st;
+            isDir =
+                ::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+        }
+        QByteArray key(name);
+        if (isDir)
+            key += '/';
+        entries->push_back({std::move(key), isDir});
+    }
+    ::closedir(dir);
+    std::sort(entries->begin(), entries->end(),
+              [](const Entry& a, const Entry& b) { return a.key < b.key; });
+    return true;
+}
 
 // Keeps text from its first "/" on; text without a "/" stays as it is.
 QString FromFirstSlash(const QString& text) {
@@ -10,10 +76,9 @@ QString FromFirstSlash(const QString& text) {
     return slash < 0 ? text : text.mid(slash);
 }
 
-} // namespace
-
-QString FolderPathForMessage(const QString& line, const QString& defaultMailPath,
-                             const QString& storePath) {
+// The folder path before the mailbox endings are dealt with.
+QString FolderPathBeforeMailboxes(const QString& line, const QString& defaultMailPath,
+                                  const QString& storePath) {
     // The folder of the file; a line without any "/" names no folder.
     const int lastSlash = line.lastIndexOf(QLatin1Char('/'));
     QString path = lastSlash < 0 ? QString() : line.left(lastSlash);
@@ -42,13 +107,108 @@ QString FolderPathForMessage(const QString& line, const QString& defaultMailPath
         if (!path.startsWith(QLatin1Char('/')))
             path = FromFirstSlash(path);
     }
+    return path;
+}
 
-    const QString mbox = QStringLiteral(".mbox");
-    const int lastMbox = path.lastIndexOf(mbox);
+const QString kMbox = QStringLiteral(".mbox");
+
+} // namespace
+
+StoreListing ListStoreFiles(const QString& store) {
+    StoreListing out;
+    QVector<FoundEntry> unreadable;
+    QByteArray root = QFile::encodeName(store);
+    struct Level {
+        QByteArray path; // with its final "/"
+        std::vector<Entry> entries;
+        size_t next = 0;
+    };
+    std::vector<Level> stack(1);
+    QString error;
+    if (root.isEmpty() || !ReadFolder(root, &stack[0].entries, &error)) {
+        out.error = root.isEmpty() ? QStringLiteral("no folder given") : error;
+        return out;
+    }
+    if (!root.endsWith('/'))
+        root += '/';
+    stack[0].path = root;
+    while (!stack.empty()) {
+        Level& level = stack.back();
+        if (level.next == level.entries.size()) {
+            stack.pop_back();
+            continue;
+        }
+        const Entry& e = level.entries[level.next++];
+        QByteArray path = level.path + e.key;
+        if (e.dir)
+            path.chop(1);
+        if (EndsWith(path, ".emlx"))
+            out.messages.append({QFile::decodeName(path), QString()});
+        else if (EndsWith(path, ".emlxpart"))
+            out.parts.append(QFile::decodeName(path));
+        if (!e.dir)
+            continue;
+        Level inner;
+        if (ReadFolder(path, &inner.entries, &error)) {
+            inner.path = path + '/';
+            stack.push_back(std::move(inner)); // `level` is not used after this
+        } else {
+            unreadable.append({QFile::decodeName(path), error});
+        }
+    }
+    // Folders that could not be read come after every file, as find's
+    // messages came after its list.
+    out.messages += unreadable;
+    return out;
+}
+
+QString FolderPathForMessage(const QString& line, const QString& defaultMailPath,
+                             const QString& storePath) {
+    QString path = FolderPathBeforeMailboxes(line, defaultMailPath, storePath);
+    const int lastMbox = path.lastIndexOf(kMbox);
     if (lastMbox >= 0)
         path.truncate(lastMbox);
-    path.remove(mbox);
+    path.remove(kMbox);
     return path.mid(1);
+}
+
+QVector<FolderPart> FolderPartsForMessage(const QString& line, const QString& defaultMailPath,
+                                          const QString& storePath) {
+    QString path = FolderPathBeforeMailboxes(line, defaultMailPath, storePath);
+    const int lastMbox = path.lastIndexOf(kMbox);
+    if (lastMbox >= 0)
+        path.truncate(lastMbox);
+    // ".mbox" holds no "/", so taking it out of each level takes it out of
+    // the whole path; the level where the path was cut is a mailbox too.
+    const QStringList levels = path.split(QLatin1Char('/'));
+    const bool leadingSlash = path.startsWith(QLatin1Char('/'));
+    QVector<FolderPart> parts;
+    QString joined;
+    for (int i = 0; i < levels.size(); ++i) {
+        QString name = levels.at(i);
+        FolderKind kind = FolderKind::Folder;
+        if (name.contains(kMbox) || (lastMbox >= 0 && i == levels.size() - 1)) {
+            name.remove(kMbox);
+            kind = FolderKind::Mailbox;
+        } else if (name.endsWith(QLatin1String(".imapmbox"))) {
+            kind = FolderKind::ImapMailbox;
+        } else if (name.endsWith(QLatin1String(".ewsmbox"))) {
+            kind = FolderKind::EwsMailbox;
+        }
+        if (i > 0)
+            joined += QLatin1Char('/');
+        joined += name;
+        parts.append({name, kind});
+    }
+    // The path's first character goes: its leading "/", or (without one)
+    // the first character of the first level.
+    if (joined.size() <= 1)
+        return {};
+    if (leadingSlash)
+        parts.removeFirst();
+    else
+        parts.first().name.remove(0, 1);
+    return parts;
 }
 
 QString MessageNumberText(const QString& line) {

@@ -3,13 +3,22 @@
 // and short header texts end up in the record.
 #include "scanner/MessageAnalysis.h"
 
-#include "scanner/Globals.h"
 #include "scanner/MessageFile.h"
 #include "scanner/MimePasses.h"
-#include "scanner/Records.h"
+#include "scanner/Store.h"
+#include "scanner/TrailerFlags.h"
 
-bool AnalyseMessageFile(const QString& path, MailItem* item, QString* error) {
-    MessageFile file;
+namespace {
+
+// A text that was found, even when empty, is not null.
+QByteArray Found(const QByteArray& text) {
+    return text.isNull() ? QByteArray("", 0) : text;
+}
+
+} // namespace
+
+bool AnalyseMessageFile(MessageFile& file, const QString& path, const QStringList& partFiles,
+                        MailItem* item, QString* error) {
     if (!file.Open(path)) {
         if (error)
             *error = file.ErrorString();
@@ -20,44 +29,40 @@ bool AnalyseMessageFile(const QString& path, MailItem* item, QString* error) {
     const TextBodies bodies =
         levels.isEmpty() ? FindSinglePartBody(file) : FindTextBodies(file, levels);
     if (bodies.hasPlain) {
-        SetBytes(&item->pPlainCharset, bodies.plainCharset);
+        item->plainCharset = Found(bodies.plainCharset);
         item->llPlainStart = bodies.plainStart;
         item->llPlainEnd = bodies.plainEnd;
     }
     if (bodies.hasHtml) {
-        SetBytes(&item->pHtmlCharset, bodies.htmlCharset);
+        item->htmlCharset = Found(bodies.htmlCharset);
         item->llHtmlStart = bodies.htmlStart;
         item->llHtmlEnd = bodies.htmlEnd;
     }
     if (bodies.hasEncoding)
-        SetBytes(&item->pTransferEncoding, bodies.encoding);
+        item->transferEncoding = Found(bodies.encoding);
 
-    const QVector<FoundAttachment> attachments =
-        FindAttachments(file, levels, path, listOfPathOfEmlxPart);
-    for (const FoundAttachment& a : attachments) {
-        AttachmentEntry* entry = NewAttachment();
-        entry->llStart = a.start;
-        entry->llEnd = a.end;
-        SetUtf16(&entry->pName, &entry->ulNameSize, a.name);
-        if (!a.partFile.isEmpty())
-            SetUtf16(&entry->pPartFile, &entry->ulPartFileSize, a.partFile);
-        entry->ucDecodedPart = a.decoded ? 1 : 0;
-        AppendAttachment(item, entry);
-    }
+    const QVector<FoundAttachment> attachments = FindAttachments(file, levels, path, partFiles);
+    item->attachments.reserve(attachments.size());
+    for (const FoundAttachment& a : attachments)
+        item->attachments.append({a.start, a.end, a.name, a.partFile, a.decoded});
 
     const HeaderFields h = ReadHeaderFields(file);
-    if (!h.to.isEmpty())
-        SetUtf16(&item->pTo, &item->ulToSize, h.to);
-    if (!h.from.isEmpty())
-        SetUtf16(&item->pFrom, &item->ulFromSize, h.from);
-    if (!h.subject.isEmpty())
-        SetUtf16(&item->pSubject, &item->ulSubjectSize, h.subject);
-    if (h.dateFound) {
-        const QByteArray date = FormatMailDate(h.date);
-        SetBytes(&item->pDate, date);
-        item->ulDateSize = quint32(date.size());
-    }
+    item->to = h.to;
+    item->from = h.from;
+    item->subject = h.subject;
+    if (h.dateFound)
+        item->date = Found(FormatMailDate(h.date));
     if (!h.priority.isEmpty())
         item->iPriority = PriorityValue(h.priority);
+
+    // Mail's property list starts where the message ends by its byte count.
+    file.Seek(0);
+    emlx::Line first;
+    if (file.ReadLine(&first)) {
+        const qint64 trailer = emlx::SatAdd(first.next, file.FirstLineCount());
+        if (trailer < file.Size())
+            item->flags = emlx::TrailerFlags(file.Data() + trailer, file.Size() - trailer);
+    }
+    file.Close();
     return true;
 }

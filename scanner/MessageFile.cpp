@@ -223,10 +223,6 @@ MessageFile::MessageFile()
 
 namespace {
 
-// Buffers of files that were read, kept for the next files of this thread.
-// Only small ones are kept, so the pool stays under a few megabytes.
-thread_local QList<QByteArray> tFreeBuffers;
-
 // Reads `size` bytes from the start of `fd` into `buffer`.
 bool ReadWhole(int fd, QByteArray& buffer, qint64 size) {
     buffer.resize(int(size));
@@ -252,9 +248,8 @@ void MessageFile::Release() {
     if (m_mapped)
         m_file.unmap(reinterpret_cast<uchar*>(const_cast<char*>(m_data)));
     m_mapped = false;
-    if (m_read.capacity() > 0 && m_read.capacity() <= kReadWhole && tFreeBuffers.size() < 4)
-        tFreeBuffers.append(m_read);
-    m_read = QByteArray();
+    // The buffer of a file that was read (at most kReadWhole bytes) is kept
+    // for the next file this reader opens.
     m_data = nullptr;
     m_file.close();
 }
@@ -268,8 +263,6 @@ bool MessageFile::Open(const QString& path) {
     m_pos = 0;
     if (m_size <= kReadWhole) {
         // Read whole; the file is closed at once.
-        if (!tFreeBuffers.isEmpty())
-            m_read = tFreeBuffers.takeLast();
         const bool read = ReadWhole(fd, m_read, m_size);
         ::close(fd);
         if (!read) {

@@ -100,6 +100,8 @@ public:
     // when it is not a regular file or cannot be read or mapped. An empty
     // file opens and has no lines.
     bool Open(const QString& path);
+    // Lets go of the file (a read file's buffer is kept for the next Open).
+    void Close() { Release(); }
     // Why the last Open failed.
     const QString& ErrorString() const { return m_error; }
 

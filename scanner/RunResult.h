@@ -1,7 +1,6 @@
 #pragma once
-// How a scan or an export ended. The worker thread keeps the result of its
-// last run of each kind; the window and the command-line tool read it after
-// the run.
+// How a scan or an export ended: what it counted, what it skipped or lost,
+// and where and why it stopped.
 
 #include <QHash>
 #include <QList>
@@ -13,9 +12,6 @@ struct RunOptions {
     bool keepGoing = false;  // skip files that cannot be read instead of ending there
     bool keepBytes = false;  // copy message lines as their bytes, not through Latin-1
     bool withStatus = false; // write the read, answered, flagged, deleted state
-    // The scan only lists the messages in their folders, without analysing
-    // them: all an export needs, at a fraction of the cost.
-    bool foldersOnly = false;
 };
 
 class RunResult {
@@ -24,7 +20,7 @@ public:
         Complete,       // every message was dealt with
         Stopped,        // the user asked the run to stop
         UnreadableFile, // a file could not be read and the run ended there
-        Failed,         // the run could not start (its list or routine was missing)
+        Failed,         // the run could not start or could not write the package
     };
     // Messages per folder: the scan counts the folders of the store (by the
     // folder path the scan shows), the export its mbox files, in the order

@@ -1,51 +1,53 @@
 #include "scanner/ScaningThread.h"
-#include "scanner/Globals.h"
 
-ScaningThread::ScaningThread(QObject* parent) : QThread(parent) {
-    bStopFlag = false;
-}
+namespace {
+
+// Turns the job's progress calls into the thread's signals.
+class SignalRelay : public RunProgress {
+public:
+    explicit SignalRelay(ScaningThread& thread) : m_thread(thread) {}
+    void OnShowingScanProgBar() override { emit m_thread.OnShowingScanProgBar(); }
+    void OnSettingsForPrgBar(unsigned long total, const QString& caption) override {
+        m_thread.m_ulTotalFiles = total;
+        emit m_thread.OnSettingsForPrgBar(total, caption);
+    }
+    void CurrentValue() override { emit m_thread.CurrentValue(); }
+    void LeftTreeView(unsigned long long parentId, unsigned long long id,
+                      const QString& name) override {
+        emit m_thread.NewFolder(parentId, id, name);
+    }
+    void ClearLeftTree() override { emit m_thread.ClearLeftTree(); }
+    void NewItem(const QString& subject, const QString& number, unsigned long long folderId,
+                 unsigned long long count, bool hasAttachments, int priority,
+                 int labelState) override {
+        emit m_thread.NewItem(subject, number, folderId, count, hasAttachments, priority,
+                              labelState);
+    }
+
+private:
+    ScaningThread& m_thread;
+};
+
+} // namespace
+
+ScaningThread::ScaningThread(QObject* parent) : QThread(parent) {}
 
 void ScaningThread::SetInitialSettings() {
     bStopFlag = false;
-    if (!isRunning()) {
+    if (!isRunning())
         start(QThread::LowPriority);
-    } else {
+    else
         bStopFlag = true;
-    }
 }
 
 void ScaningThread::run() {
     bProcessRunning = true;
-    if (!bStopFlag) {
-        if (IsPreview)
-            EMLXFinder();
-        else
-            EMLXConverter();
+    if (!bStopFlag && m_job) {
+        SignalRelay relay(*this);
+        m_job->Run(relay, bStopFlag);
         if (!bStopFlag)
             emit FinishScaning();
     }
     bStopFlag = false;
     bProcessRunning = false;
-}
-
-void ScaningThread::GetUserName() {
-    m_strDefaultMailPath = DefaultMailPathFor(pellomar::ConsoleUserName());
-}
-
-namespace {
-ExportRoutine g_exportRoutine = nullptr;
-} // namespace
-
-void InstallExportRoutine(ExportRoutine routine) {
-    g_exportRoutine = routine;
-}
-
-void ScaningThread::EMLXConverter() {
-    if (g_exportRoutine) {
-        m_exportResult = g_exportRoutine(*this);
-        return;
-    }
-    m_exportResult = RunResult();
-    m_exportResult.EndAt(RunResult::Ending::Failed, QString(),
-                         QStringLiteral("this program was built without the export"), 0);
 }

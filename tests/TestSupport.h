@@ -1,6 +1,8 @@
 #pragma once
 // Helpers shared by the tests.
 
+#include "scanner/Store.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -58,23 +60,16 @@ inline QByteArray Emlx(const QByteArray& message) {
            "</dict>\n</plist>\n";
 }
 
-// The order in which find lists a folder depends on the file system (ext4
-// returns hash order). Tests that compare whole outputs put this shim first
-// in PATH: it runs the real find and sorts the names it prints (each ended
-// by a NUL), so the result is the same on every machine. Returns the shim's
-// folder.
-inline QString InstallSortedFind(const QString& dir) {
-    QDir().mkpath(dir);
-    const QString shim = dir + QStringLiteral("/find");
-    WriteFile(shim, "#!/bin/bash\n"
-                    "real=$(PATH=${PATH#*:} command -v find)\n"
-                    "\"$real\" \"$@\" | LC_ALL=C sort -z\n");
-    QFile::setPermissions(shim, QFile::permissions(shim) | QFileDevice::ExeOwner |
-                                    QFileDevice::ExeGroup | QFileDevice::ExeOther);
-    const QByteArray path = qgetenv("PATH");
-    if (!path.startsWith(dir.toLocal8Bit() + ":"))
-        qputenv("PATH", dir.toLocal8Bit() + ":" + path);
-    return dir;
+// A store of folders only: Mailbox(501) > A(502) > {A1(503) > A1x(506),
+// A2(504)}, B(505).
+inline Store SmallTree() {
+    Store store;
+    store.AddFolder(501, 502, "A", FolderKind::Folder);
+    store.AddFolder(502, 503, "A1", FolderKind::Folder);
+    store.AddFolder(502, 504, "A2", FolderKind::Folder);
+    store.AddFolder(501, 505, "B", FolderKind::Folder);
+    store.AddFolder(503, 506, "A1x", FolderKind::Folder);
+    return store;
 }
 
 // Copies every file below `from` to the same place below `to`; false when a

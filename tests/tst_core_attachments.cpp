@@ -1,9 +1,9 @@
 // Attachments: which parts are listed, their names and ranges, encoded
 // names, and the pairing of partial messages with their .emlxpart files.
-#include "scanner/Globals.h"
 #include "scanner/MessageAnalysis.h"
-#include "scanner/Records.h"
+#include "scanner/MessageFile.h"
 #include "scanner/ScaningThread.h"
+#include "scanner/Store.h"
 #include "tests/TestSupport.h"
 
 #include <QtTest>
@@ -24,15 +24,13 @@ struct Entry {
     qint64 start, end;
 };
 
-QVector<Entry> Analyse(const QString& path) {
-    MailItem* item = NewMailItem();
+QVector<Entry> Analyse(const QString& path, const QStringList& partFiles = {}) {
+    MessageFile file;
+    MailItem item;
     QVector<Entry> out;
-    if (AnalyseMessageFile(path, item))
-        for (AttachmentEntry* a = item->pAttachHead; a; a = a->pNext)
-            out.append({Utf16Text(a->pName, a->ulNameSize),
-                        a->pPartFile ? Utf16Text(a->pPartFile, a->ulPartFileSize) : QString(),
-                        a->llStart, a->llEnd});
-    FreeMailItem(item);
+    if (AnalyseMessageFile(file, path, partFiles, &item))
+        for (const AttachmentEntry& a : item.attachments)
+            out.append({a.name, a.partFile, a.llStart, a.llEnd});
     return out;
 }
 } // namespace
@@ -155,11 +153,10 @@ private slots:
         const QString path =
             TempFile(Emlx(message), QStringLiteral("p%1/Messages/").arg(++m_count) + messageName);
         const QString dir = path.left(path.lastIndexOf('/') + 1);
-        listOfPathOfEmlxPart.clear();
+        QStringList partFiles;
         for (const QString& name : listed)
-            listOfPathOfEmlxPart.append(dir + name);
-        const QVector<Entry> got = Analyse(path);
-        listOfPathOfEmlxPart.clear();
+            partFiles.append(dir + name);
+        const QVector<Entry> got = Analyse(path, partFiles);
         QStringList files;
         for (const Entry& e : got)
             files << (e.partFile.isEmpty() ? QString() : e.partFile.mid(dir.size()));

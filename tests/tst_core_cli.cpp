@@ -3,7 +3,6 @@
 // folder selection, argument errors, broken links, odd names and Ctrl-C;
 // and the JSON string writer.
 #include "cli/ScanOutput.h"
-#include "scanner/Globals.h"
 #include "tests/TestSupport.h"
 
 #include <QDirIterator>
@@ -84,7 +83,7 @@ QString MessageId(const QByteArray& message) {
 class TestCli : public QObject {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir{pellomar::TempDir() + "/cli-XXXXXX"};
+    QTemporaryDir m_dir;
     QString m_store, m_modern; // as the commands see them (links resolved)
     QString m_broken;          // a message file of the sample store, a broken link
     int m_outputs = 0;
@@ -99,7 +98,6 @@ private slots:
     void initTestCase() {
         QVERIFY(m_dir.isValid());
         QVERIFY2(QFileInfo::exists(CliToolPath()), "build pellomar-cli first");
-        InstallSortedFind(m_dir.path() + "/bin");
         QVERIFY(CopyFolder(SampleStore(), m_dir.path() + "/Sample Store"));
         m_store = QFileInfo(m_dir.path() + "/Sample Store").canonicalFilePath();
         QVERIFY(CopyFolder(SourceDir() + "/samples/modern", m_dir.path() + "/Modern Store"));
@@ -184,6 +182,45 @@ private slots:
         listing = listing.filter(QRegularExpression("^  "));
         listing.sort();
         QCOMPARE(listing, mboxes);
+    }
+
+    // Two scans of different stores at the same time, in two processes:
+    // each prints its own store's document, as it does alone.
+    void twoProcessesAtOnce() {
+        const QByteArray alone[] = {RunCliTool({"scan", m_store, "--json"}).out,
+                                    RunCliTool({"scan", m_modern, "--json"}).out};
+        QVERIFY(alone[0].contains("\"Mailboxes\"") && alone[1].contains("\"V10\""));
+        for (int round = 0; round < 3; ++round) {
+            QProcess a, b;
+            a.start(CliToolPath(), {"scan", m_store, "--json"});
+            b.start(CliToolPath(), {"scan", m_modern, "--json"});
+            QVERIFY(a.waitForFinished(60000) && b.waitForFinished(60000));
+            QCOMPARE(a.readAllStandardOutput(), alone[0]);
+            QCOMPARE(b.readAllStandardOutput(), alone[1]);
+        }
+    }
+
+    // A folder the user may not read ends the scan after every file that
+    // could be read, and is named with the reason. Root reads every folder:
+    // as root the command runs as nobody.
+    void unreadableFolderEndsTheScan() {
+        const QString store = m_dir.path() + "/locked";
+        QVERIFY(CopyFolder(SampleStore(), store));
+        const QString work = store + "/V2/Mailboxes/Work.mbox";
+        QVERIFY(QFile::setPermissions(work, QFileDevice::WriteOwner));
+        QStringList args{"scan", store};
+        const bool root = geteuid() == 0;
+        if (root) {
+            QFile::setPermissions(m_dir.path(), QFile::permissions(store));
+            args = QStringList{"--reuid=65534", "--regid=65534", "--clear-groups", CliToolPath()} +
+                   args;
+        }
+        const CliOutput r = RunCliTool(args, root ? "setpriv" : QString());
+        QFile::setPermissions(work, QFile::permissions(store));
+        QCOMPARE(r.code, 3);
+        QVERIFY2(r.err.contains("ended at '" + work.toUtf8() + "': Permission denied"),
+                 r.err.constData());
+        QVERIFY(r.out.endsWith("\n11 messages in 10 folders\n"));
     }
 
     // In the arguments @STORE@ is the sample store, @BROKEN@ the same with a
@@ -411,6 +448,19 @@ private slots:
             }
         }
         QCOMPARE(written, 16);
+
+        // Not even the package's first file fits: the run stops there, says
+        // so and writes no message.
+        const QString none = newDest();
+        const CliOutput stopped = RunCliTool({"-c", "trap '' XFSZ; ulimit -f 0; exec \"$0\" \"$@\"",
+                                              CliToolPath(), "export", m_store, none},
+                                             "/bin/bash");
+        QCOMPARE(stopped.code, 3);
+        QVERIFY2(stopped.err.contains("/Contents/PkgInfo': File too large") &&
+                     stopped.err.contains("17 messages were not written"),
+                 stopped.err.constData());
+        QVERIFY(stopped.out.contains("0 of 17 messages written"));
+        QCOMPARE(FilesBelow(PackageIn(none)), QStringList{"Contents/PkgInfo"});
     }
 
     void jsonString_data() {

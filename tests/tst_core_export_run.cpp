@@ -1,16 +1,13 @@
-// The export run over folder records built by hand: which folders are
-// written, progress, stop requests and the files that end the run; and the
-// package files, the save time stamp and the mapping of message files to
-// mbox files.
-#include "export/EmlxExport.h"
+// The export run over a store built by hand: which folders are written,
+// progress, stop requests and the files that end the run; and the package
+// files, the save time stamp and the mapping of message files to mbox files.
+#include "export/ExportJob.h"
 #include "export/PathMapping.h"
 #include "export/SaveTimeStamp.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
-#include "scanner/ScaningThread.h"
+#include "scanner/RunProgress.h"
+#include "scanner/Store.h"
 #include "tests/TestSupport.h"
 
-#include <QSignalSpy>
 #include <QtTest>
 
 #include <sys/xattr.h>
@@ -67,32 +64,56 @@ void MappingRow(const char* name, const QString& message, const QString& expecte
 
 } // namespace
 
+// Counts what an export reports, and asks it to stop after `stopAfter`
+// messages.
+class Progress : public RunProgress {
+public:
+    void OnShowingScanProgBar() override { ++shown; }
+    void OnSettingsForPrgBar(unsigned long t, const QString& caption) override {
+        total = t;
+        text = caption;
+    }
+    void CurrentValue() override {
+        if (++seen == stopAfter)
+            stop = true;
+    }
+    int shown = 0, seen = 0, stopAfter = -1;
+    unsigned long total = 0;
+    QString text;
+    std::atomic<bool> stop{false};
+};
+
 class TestExportRun : public QObject {
     Q_OBJECT
 private:
-    QTemporaryDir m_dir{pellomar::TempDir() + "/export-run-XXXXXX"};
+    QTemporaryDir m_dir;
     QString m_store;
+    ExportJob m_job;
     QString m_package;
 
-    // Builds the store files and the records, with the folders' tick states.
-    void build(const QString& ticks) {
-        FreeAllFolderRecords();
-        AppendFolderRecord(0, 501, nullptr, 2);
-        QList<FldrAtrib*> folders;
-        for (int i = 0; i < ticks.size(); ++i)
-            folders << AppendFolderRecord(501, 502 + i, nullptr, quint8(ticks[i].digitValue()));
+    // Builds the store files and records, with the folders' tick states.
+    Store build(const QString& ticks) {
+        Store store;
+        store.m_strInputfilepath = m_store;
+        for (int i = 0; i < ticks.size(); ++i) {
+            store.AddFolder(501, 502 + i, QString::number(i), FolderKind::Mailbox)->ucTickState =
+                quint8(ticks[i].digitValue());
+        }
+        store.StartFldrAtrib()->ucTickState = kPartlyTicked;
         for (int i = 0; i < kMessages.size(); ++i) {
             const QString path = m_store + kMessages[i].second;
-            QVERIFY(WriteFile(path, Emlx(path.endsWith(".partial.emlx")
-                                             ? "Content-Type: image/png\n"
-                                               "X-Apple-Content-Length: 4\n\n--b--\n"
-                                             : Message(i + 1))));
-            MailItem* item = NewMailItem();
-            SetUtf16(&item->pPath, &item->ulPathSize, path);
-            AppendMailToFolder(folders[kMessages[i].first], item);
+            if (!WriteFile(path, Emlx(path.endsWith(".partial.emlx")
+                                          ? "Content-Type: image/png\n"
+                                            "X-Apple-Content-Length: 4\n\n--b--\n"
+                                          : Message(i + 1))))
+                qFatal("cannot write %s", qPrintable(path));
+            MailItem item;
+            item.path = path;
+            store.Folder(502 + kMessages[i].first)->messages.push_back(item);
         }
-        listOfPathOfEmlxPart = {m_store + kPartFile};
-        QVERIFY(WriteFile(m_store + kPartFile, "iVBO\n"));
+        store.listOfPathOfEmlxPart = QStringList{m_store + kPartFile};
+        WriteFile(m_store + kPartFile, "iVBO\n");
+        return store;
     }
 
 private slots:
@@ -100,18 +121,13 @@ private slots:
         QVERIFY(m_dir.isValid());
         QDir(m_dir.path()).removeRecursively();
         m_store = m_dir.path() + "/Mail";
-        m_strInputfilepath = m_store;
-        saveDir = m_dir.path() + "/out";
-        QDir().mkpath(saveDir);
-        strTime = "(5 Mar 2026,14-07-09)";
-        mainIdentity = "/Main Identity_" + strTime + ".rge";
-        m_package = saveDir + mainIdentity;
-        bStopFlag = false;
-    }
-    void cleanup() {
-        FreeAllFolderRecords();
-        listOfPathOfEmlxPart.clear();
-        bStopFlag = false;
+        m_job = ExportJob();
+        m_job.m_strInputfilepath = m_store;
+        m_job.saveDir = m_dir.path() + "/out";
+        QDir().mkpath(m_job.saveDir);
+        m_job.strTime = "(5 Mar 2026,14-07-09)";
+        m_job.mainIdentity = "/Main Identity_" + m_job.strTime + ".rge";
+        m_package = m_job.Package();
     }
 
     void run_data() {
@@ -149,6 +165,10 @@ private slots:
             << "1111" << 5 << "folder+keep" << 5 << 1 << 1 << part;
         QTest::newRow("keep going: missing part file")
             << "1111" << 5 << "part+keep" << 5 << 2 << 1 << cut + "\n\n--b--\n";
+        // A package file that cannot be written ends the run before any
+        // message.
+        QTest::newRow("package file cannot be written")
+            << "1111" << 5 << "package" << 0 << 0 << 0 << none;
     }
     void run() {
         QFETCH(QString, ticks);
@@ -158,8 +178,9 @@ private slots:
         QFETCH(int, work);
         QFETCH(int, projects);
         QFETCH(QByteArray, partMbox);
-        build(ticks);
-        const bool keepGoing = damage.endsWith("+keep");
+        Store store = build(ticks);
+        m_job.selection = store.TickedFolders();
+        m_job.options.keepGoing = damage.endsWith("+keep");
         damage.remove("+keep");
         if (damage == "message" || damage == "folder")
             QVERIFY(QFile::remove(m_store + kMessages[1].second));
@@ -167,29 +188,20 @@ private slots:
             QVERIFY(QDir().mkpath(m_store + kMessages[1].second));
         if (damage == "mbox")
             QVERIFY(QDir().mkpath(m_package + kWorkMbox));
+        if (damage == "package")
+            QVERIFY(QDir().mkpath(m_package + "/Contents/Info.plist"));
         if (damage == "part")
-            listOfPathOfEmlxPart = {m_store + "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"};
-        const int stopAfter = damage.startsWith("stop") ? damage.mid(4).toInt() : -1;
-        ScaningThread thread;
-        thread.m_options.keepGoing = keepGoing;
-        bStopFlag = stopAfter == 0; // after the thread object, which clears it
-        QSignalSpy shown(&thread, &ScaningThread::OnShowingScanProgBar);
-        QSignalSpy settings(&thread, &ScaningThread::OnSettingsForPrgBar);
-        int seen = 0;
-        connect(
-            &thread, &ScaningThread::CurrentValue, this,
-            [&] {
-                if (++seen == stopAfter)
-                    bStopFlag = true;
-            },
-            Qt::DirectConnection);
-        InstallEmlxExport();
-        thread.EMLXConverter();
-        QCOMPARE(shown.count(), 1);
-        QCOMPARE(settings.count(), 1);
-        QCOMPARE(settings.first().at(0).value<unsigned long>(), (unsigned long)total);
-        QCOMPARE(settings.first().at(1).toString(), QString("Saving .rge file. Please Wait..."));
-        QCOMPARE(seen, progress);
+            store.listOfPathOfEmlxPart =
+                QStringList{m_store + "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"};
+        Progress log;
+        log.stopAfter = damage.startsWith("stop") ? damage.mid(4).toInt() : -1;
+        log.stop = log.stopAfter == 0;
+        const RunResult result = EMLXConverter(store, m_job, log, log.stop);
+        const bool package = damage == "package";
+        QCOMPARE(log.shown, package ? 0 : 1);
+        QCOMPARE(log.total, package ? 0ul : (unsigned long)total);
+        QCOMPARE(log.text, package ? QString() : QString("Saving .rge file. Please Wait..."));
+        QCOMPARE(log.seen, progress);
         // The package itself is there whatever happened.
         QCOMPARE(ReadFile(m_package + "/Contents/PkgInfo"), QByteArray("rge OPIM"));
         if (work >= 0)
@@ -199,26 +211,31 @@ private slots:
 
         // The result says where the run ended and what was left undone; a
         // message cut short at its part file is not counted as written.
-        const RunResult& result = thread.LastExport();
+        const bool keepGoing = m_job.options.keepGoing;
         const QString endedAt = damage == "message" || damage == "folder" ? kMessages[1].second
                                 : damage == "part" ? "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"
                                                    : QString();
-        QCOMPARE(result.EndedAtFile(), !endedAt.isEmpty() && !keepGoing);
+        QCOMPARE(result.EndedAtFile(), (!endedAt.isEmpty() && !keepGoing) || package);
         if (keepGoing) {
             QCOMPARE(result.skipped.size(), 1);
             QCOMPARE(result.skipped[0].path, m_store + endedAt);
             QVERIFY(!result.skipped[0].reason.isEmpty());
             QCOMPARE(result.done, quint64(damage == "part" ? 4 : 3));
         } else if (!endedAt.isEmpty()) {
-            QCOMPARE(result.ending == RunResult::Ending::Stopped, stopAfter >= 0);
+            QCOMPARE(result.ending == RunResult::Ending::Stopped, log.stopAfter >= 0);
             QCOMPARE(result.file, m_store + endedAt);
             QCOMPARE(result.reason, QString("No such file or directory"));
             QCOMPARE(result.notDone, quint64(total - progress));
+        } else if (package) {
+            QCOMPARE(result.ending, RunResult::Ending::Failed);
+            QCOMPARE(result.file, m_package + "/Contents/Info.plist");
+            QVERIFY(!result.reason.isEmpty());
+            QCOMPARE(result.notDone, quint64(total));
         }
 
         // The summary names every file made below Mail, with its messages.
         QStringList written, files;
-        for (const RunResult::Folder& w : thread.LastExport().folders)
+        for (const RunResult::Folder& w : result.folders)
             written << w.path.mid(m_package.size()) + " " + QString::number(w.messages);
         QDirIterator it(m_package + "/Mail", QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
@@ -249,22 +266,26 @@ private slots:
 
     // An empty destination makes nothing. Otherwise the files hold the
     // reviewed bytes; they are appended to, never truncated, so a second run
-    // into the same package doubles them.
+    // into the same package doubles them. A folder or file that cannot be
+    // made is named with the reason.
     void packageFiles() {
-        mainIdentity =
-            "/pellomar-test-" + QString::number(QCoreApplication::applicationPid()) + ".rge";
-        CreateRGEWraper(QString());
-        QVERIFY(!QFileInfo::exists(mainIdentity));
-        QVERIFY(!QFileInfo::exists(QDir::currentPath() + mainIdentity));
-        const QString p = m_dir.path() + mainIdentity + "/";
+        const QString name = "/pellomar-test.rge";
+        QString file, reason;
+        QVERIFY(!CreateRGEWraper(QString(), name, &file, &reason));
+        QVERIFY(!QFileInfo::exists(name) && !QFileInfo::exists(QDir::currentPath() + name));
+        const QString p = m_dir.path() + name + "/";
         const QString reviewed = SourceDir() + "/tests/data/sample-package/";
         for (int runs = 1; runs <= 2; ++runs) {
-            CreateRGEWraper(m_dir.path());
+            QVERIFY(CreateRGEWraper(m_dir.path(), name, &file, &reason));
             for (const QString f : {"Contents/PkgInfo", "Contents/Info.plist", "Archive.xml"})
                 QCOMPARE(ReadFile(p + f), ReadFile(reviewed + f).repeated(runs));
         }
         QCOMPARE(QDir(p).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
                  QStringList({"Archive.xml", "Contents"}));
+        QVERIFY(WriteFile(m_dir.path() + "/taken.rge", "a file"));
+        QVERIFY(!CreateRGEWraper(m_dir.path(), "/taken.rge", &file, &reason));
+        QCOMPARE(file, m_dir.path() + "/taken.rge");
+        QVERIFY(reason.contains("taken.rge"));
     }
 
     void mapping_data() {
@@ -305,8 +326,8 @@ private slots:
         QFETCH(QString, message);
         QFETCH(QString, expected);
         const QString root = m_dir.path();
-        m_strInputfilepath = root + store;
-        const QString path = PathExtractor(root + package, root + message);
+        QString reason;
+        const QString path = PathExtractor(root + package, root + message, root + store, &reason);
         QCOMPARE(path, root + expected);
         QVERIFY(QFileInfo(path).isFile());
         QCOMPARE(QFileInfo(path).size(), 0);
@@ -316,9 +337,10 @@ private slots:
     // the same mailbox finds it and leaves content and Finder information alone.
     void secondCallKeepsTheFile() {
         const QString root = m_dir.path();
-        m_strInputfilepath = root + "/store";
+        QString reason;
         auto map = [&](const QString& n) {
-            return PathExtractor(root + "/p.rge", root + "/store/A.mbox/Messages/" + n);
+            return PathExtractor(root + "/p.rge", root + "/store/A.mbox/Messages/" + n,
+                                 root + "/store", &reason);
         };
         const QString path = map("1.emlx");
         const bool xattrs = WriteFile(root + "/probe", "") &&

@@ -6,8 +6,8 @@
 #include "scanner/MessageAnalysis.h"
 #include "scanner/MessageFile.h"
 #include "scanner/MimePasses.h"
-#include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
+#include "scanner/Store.h"
 #include "tests/TestSupport.h"
 
 #include <QRandomGenerator>
@@ -22,8 +22,13 @@ using TestSupport::Emlx;
 using TestSupport::TempFile;
 
 namespace {
-QString Field(const char* buffer, quint32 size) {
-    return buffer ? Utf16Text(buffer, size) : QStringLiteral("-");
+QString Field(const QString& text) {
+    return text.isEmpty() ? QStringLiteral("-") : text;
+}
+
+bool Analyse(const QString& path, MailItem* item) {
+    MessageFile file;
+    return AnalyseMessageFile(file, path, {}, item);
 }
 
 // A message using every construct the passes look at.
@@ -45,12 +50,8 @@ class MimeTest : public QObject {
 
     // Analyses a file written as a partial message; true when it could be read.
     static bool Run(const QString& path) {
-        MailItem* item = NewMailItem();
-        const bool ok = AnalyseMessageFile(path, item);
-        // Every recorded name must be readable.
-        for (AttachmentEntry* a = item->pAttachHead; a; a = a->pNext)
-            Utf16Text(a->pName, a->ulNameSize);
-        FreeMailItem(item);
+        MailItem item;
+        const bool ok = Analyse(path, &item);
         QFile::remove(path);
         return ok;
     }
@@ -213,14 +214,15 @@ private slots:
                          : end == "$"  ? file.size()
                                        : file.indexOf(end, int(start)) + shift);
         }
-        MailItem* item = NewMailItem();
-        QVERIFY(AnalyseMessageFile(TempFile(file), item));
-        auto text = [](const char* s) { return s ? QString::fromLatin1(s) : QStringLiteral("-"); };
-        const QString got = text(item->pPlainCharset) + "|" + text(item->pHtmlCharset) + "|" +
-                            text(item->pTransferEncoding);
-        const QVector<qint64> ranges = {item->llPlainStart, item->llPlainEnd, item->llHtmlStart,
-                                        item->llHtmlEnd};
-        FreeMailItem(item);
+        MailItem item;
+        QVERIFY(Analyse(TempFile(file), &item));
+        auto text = [](const QByteArray& s) {
+            return s.isNull() ? QStringLiteral("-") : QString::fromLatin1(s);
+        };
+        const QString got = text(item.plainCharset) + "|" + text(item.htmlCharset) + "|" +
+                            text(item.transferEncoding);
+        const QVector<qint64> ranges = {item.llPlainStart, item.llPlainEnd, item.llHtmlStart,
+                                        item.llHtmlEnd};
         QCOMPARE(got, charsets);
         QCOMPARE(ranges, expected);
     }
@@ -275,16 +277,14 @@ private slots:
         QFETCH(QString, expected);
         // A header after the trailer is never read.
         const QString path = TestSupport::TempFile(Emlx(headers + "\nbody\n") + "Subject: late\n");
-        MailItem* item = NewMailItem();
-        QVERIFY(AnalyseMessageFile(path, item));
+        MailItem item;
+        QVERIFY(Analyse(path, &item));
         const QString got =
-            QStringList{Field(item->pFrom, item->ulFromSize), Field(item->pTo, item->ulToSize),
-                        Field(item->pSubject, item->ulSubjectSize),
-                        item->pDate ? QString::fromLatin1(item->pDate, int(item->ulDateSize))
-                                    : QStringLiteral("-"),
-                        QString::number(item->iPriority)}
+            QStringList{Field(item.from), Field(item.to), Field(item.subject),
+                        item.date.isNull() ? QStringLiteral("-") : QString::fromLatin1(item.date),
+                        QString::number(item.iPriority)}
                 .join('|');
-        FreeMailItem(item);
+        QCOMPARE(item.flags, std::optional<quint64>(8590195717ULL)); // Mail's read, seen ...
         QCOMPARE(got, expected);
     }
 
@@ -320,14 +320,13 @@ private slots:
 
     void notRegularFiles() {
         QTemporaryDir dir;
-        MailItem* item = NewMailItem();
-        QVERIFY(!AnalyseMessageFile(dir.filePath("missing.emlx"), item));
-        QVERIFY(!AnalyseMessageFile(dir.path(), item));
+        MailItem item;
+        QVERIFY(!Analyse(dir.filePath("missing.emlx"), &item));
+        QVERIFY(!Analyse(dir.path(), &item));
         const QString fifo = dir.filePath("fifo.emlx");
         QCOMPARE(mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-        QVERIFY(!AnalyseMessageFile(fifo, item)); // must not block
-        QVERIFY(item->pFrom == nullptr && item->pAttachHead == nullptr);
-        FreeMailItem(item);
+        QVERIFY(!Analyse(fifo, &item)); // must not block
+        QVERIFY(item.from.isEmpty() && !item.HasAttachments());
     }
 
     // The file is the head, then the fill repeated to 50 MB when given: one

@@ -1,19 +1,22 @@
-// The scan: the worker thread's start and stop requests, the order of the
-// signals per list line and where a scan ends; the folder path and message
-// number of a list line; the folder builder (each (name, parent) pair
-// created once, parents announced before children); the scan records with
-// the headless folder tree, and the small shared helpers.
+// The scan: what it announces for each file of a store and where it ends;
+// the listing of a store with any names (unreadable folders: see the
+// command-line test); two scans at once; the worker
+// thread's start and stop requests; the folder path and message number of a
+// message file; the folder builder; the store's folders and tick states.
 #include "scanner/Discovery.h"
-#include "scanner/FolderTreeSink.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
+#include "scanner/EmlxFinder.h"
+#include "scanner/FolderBuilder.h"
+#include "scanner/MailPaths.h"
+#include "scanner/RunProgress.h"
 #include "scanner/ScaningThread.h"
+#include "scanner/Store.h"
 #include "tests/TestSupport.h"
 
 #include <QSemaphore>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <thread>
 #include <unistd.h>
 
 using namespace TestSupport;
@@ -23,62 +26,51 @@ namespace {
 const QString kMail = QStringLiteral("/Users/anna/Library/Mail");
 const QString kStore = QStringLiteral("/data/Backup Store");
 
-// Logs every announcement: "parent>id:name".
-class RecordingSink : public FolderTreeSink {
+// Logs what a run reports as letters: S progress shown, T and the total,
+// C list cleared, N new item, V progress step; new folders as
+// "parent>id:name"; each new item as "folder:number:count:state".
+class Recorder : public RunProgress {
 public:
-    void LeftTreeView(unsigned long long parentId, unsigned long long id, QString name) override {
-        calls << QStringLiteral("%1>%2:%3").arg(parentId).arg(id).arg(name);
+    void OnShowingScanProgBar() override { events += 'S'; }
+    void OnSettingsForPrgBar(unsigned long total, const QString&) override {
+        events += QStringLiteral("T%1").arg(total);
     }
-    QStringList calls;
-};
-
-// Logs the thread's signals as letters, in the order the worker emits them:
-// S progress shown, T and the total, C list cleared, N new item, V progress step,
-// F finished. Connected directly, so the log is written on the worker.
-struct SignalLog {
-    SignalLog(ScaningThread& t, const HeadlessFolderSink& sink) {
-        auto letter = [&](auto signal, char c) {
-            QObject::connect(
-                &t, signal, &ctx, [this, c] { events += c; }, Qt::DirectConnection);
-        };
-        letter(&ScaningThread::OnShowingScanProgBar, 'S');
-        letter(&ScaningThread::ClearLeftTree, 'C');
-        letter(&ScaningThread::CurrentValue, 'V');
-        letter(&ScaningThread::FinishScaning, 'F');
-        QObject::connect(
-            &t, &ScaningThread::OnSettingsForPrgBar, &ctx,
-            [this](unsigned long n) { events += QStringLiteral("T%1").arg(n); },
-            Qt::DirectConnection);
-        QObject::connect(
-            &t, &ScaningThread::NewItem, &ctx,
-            [this, &sink](const QString&, const QString& number, void* item, unsigned long long id,
-                          unsigned long long count, bool, int, int state) {
-                events += 'N';
-                items << QStringLiteral("%1:%2:%3:%4")
-                             .arg(sink.FolderName(id), number)
-                             .arg(count)
-                             .arg(state);
-                const FldrAtrib* folder = FindFolderRecord(id);
-                wrongTreeItems += !item || !folder || folder->pTreeItem != item;
-                if (stopAfter && items.size() == stopAfter)
-                    bStopFlag = true;
-            },
-            Qt::DirectConnection);
+    void CurrentValue() override { events += 'V'; }
+    void LeftTreeView(unsigned long long parentId, unsigned long long id,
+                      const QString& name) override {
+        folders << QStringLiteral("%1>%2:%3").arg(parentId).arg(id).arg(name);
+        names.insert(id, name);
     }
-    QObject ctx;
+    void ClearLeftTree() override { events += 'C'; }
+    void NewItem(const QString&, const QString& number, unsigned long long folderId,
+                 unsigned long long count, bool, int, int labelState) override {
+        events += 'N';
+        items << QStringLiteral("%1:%2:%3:%4")
+                     .arg(names.value(folderId), number)
+                     .arg(count)
+                     .arg(labelState);
+        if (stop && items.size() == stopAfter)
+            *stop = true;
+    }
     QString events;
-    QStringList items; // folder name : number text : count : label state
-    int wrongTreeItems = 0;
+    QStringList folders, items;
+    QHash<unsigned long long, QString> names;
+    std::atomic<bool>* stop = nullptr;
     int stopAfter = 0;
 };
 
-QByteArray SmallMessage() {
-    return Emlx("From: a@example.org\nTo: b@example.org\nSubject: s\n"
-                "Date: Tue, 05 Mar 2013 14:07:09 +0000\n\nBody\n");
+QByteArray SmallMessage(const QByteArray& subject = "s") {
+    return Emlx("From: a@example.org\nTo: b@example.org\nSubject: " + subject +
+                "\nDate: Tue, 05 Mar 2013 14:07:09 +0000\n\nBody\n");
 }
 
-bool ListRemoved() {
-    return !QFile::exists(pellomar::TempDir() + "/QuenmoorEmlx");
+// "folder:messages" for each folder but the root, in order.
+QStringList FolderCounts(const Store& store) {
+    QStringList out;
+    for (const FldrAtrib& f : store.Folders())
+        if (f.ullId != llRootId)
+            out << QStringLiteral("%1:%2").arg(f.path).arg(f.MsgCount());
+    return out;
 }
 
 } // namespace
@@ -86,184 +78,101 @@ bool ListRemoved() {
 class TestThread : public QObject {
     Q_OBJECT
 
-    // Runs one scan to its end and checks what every run leaves behind.
-    void Scan(ScaningThread& thread) {
-        thread.SetInitialSettings();
-        QVERIFY(thread.wait(60000));
-        QVERIFY(!bStopFlag);
-        QVERIFY(!bProcessRunning);
-    }
-
 private slots:
-    void initTestCase() { m_path = qgetenv("PATH"); }
     void init() {
-        qputenv("PATH", m_path);
-        FreeAllFolderRecords();
-        m_sink.Clear();
-        pMainWindow = &m_sink;
-        IsPreview = true;
-        bStopFlag = false;
-        llParentIdRunning = 0;
-        PID = 501;
-        // The folder builder tests call treeCreator outside a scan: they reset
-        // what a scan resets and hand the builder the recording sink.
-        objMapName_FID.clear();
-        objMapFID_PID.clear();
-        objMapFID_Name.clear();
-        m_pMainWindow = &m_rec;
-        m_rec.calls.clear();
         QVERIFY(m_dir.isValid());
         m_store = m_dir.path() + QStringLiteral("/store") + QString::number(++m_run);
-        m_strInputfilepath = m_store;
-    }
-    void cleanup() {
-        FreeAllFolderRecords();
-        pMainWindow = nullptr;
-        m_pMainWindow = nullptr;
-        QFile::remove(pellomar::TempDir() + "/QuenmoorEmlx");
+        QVERIFY(QDir().mkpath(m_store));
     }
 
-    // A find stand-in prints the list, so that it can hold any entry; "@S"
-    // stands for the store. Lines naming an ".emlx" file get a real message
-    // file unless they name "missing". The scan is stopped once stopAfter
-    // messages were announced.
+    // The files of a store, by their paths below it: "link:" makes a link
+    // to nowhere, "dir:" a folder named like a message, anything else a
+    // message file. The scan is stopped once stopAfter messages were
+    // announced.
     void walk_data() {
-        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<QStringList>("files");
         QTest::addColumn<int>("stopAfter");
         QTest::addColumn<QString>("events");
         QTest::addColumn<QStringList>("items");   // NewItem: folder:number:count:state
-        QTest::addColumn<QStringList>("records"); // folder:messages, in order of creation
-        QTest::addColumn<bool>("listRemoved");
+        QTest::addColumn<QStringList>("folders"); // folder path:messages, in order of creation
 
-        const QString rss = QStringLiteral("@S/V2/RSS/Apple Hot News.rssmbox/Messages/7.emlx");
-        QTest::newRow("empty list")
-            << QStringList{} << 0 << "ST0F" << QStringList{} << QStringList{} << true;
-        QTest::newRow("rss and empty lines advance the progress")
-            << QStringList{"", rss, "@S/A.mbox/m/1.emlx", "", "@S/A.mbox/m/2.emlx"} << 0
-            << "ST5VVCNVVNVF" << QStringList{"A:1:1:0", "A:2:2:2"} << QStringList{"A:2"} << true;
+        QTest::newRow("empty store")
+            << QStringList{} << 0 << "ST0" << QStringList{} << QStringList{};
+        // The news feed's messages only advance the progress.
+        QTest::newRow("news feed is passed over")
+            << QStringList{"A.mbox/m/1.emlx", "A.mbox/m/2.emlx",
+                           "V2/RSS/Apple Hot News.rssmbox/Messages/7.emlx"}
+            << 0 << "ST3CNVNVV" << QStringList{"A:1:1:0", "A:2:2:2"} << QStringList{"A:2"};
         // The count is the message's place in its folder; the state is 0 for
-        // a folder's first message and 2 later on. Lines are used untrimmed.
-        // A message outside any folder joins the previous folder; before the
-        // first folder there is no record to attach it to.
+        // a folder's first message and 2 later on. A message outside any
+        // folder joins the previous folder; before the first folder there is
+        // none to attach it to.
         QTest::newRow("each change of folder clears the list")
-            << QStringList{"@S/9.emlx",
-                           "@S/A.mbox/m/10.emlx",
-                           "@S/B.mbox/m/20.partial.emlx",
-                           "@S/B.mbox/m/21.emlx ",
-                           "@S/A.mbox/m/x1.emlx",
-                           "@S/8.emlx"}
-            << 0 << "ST6VCNVCNVNVCNVNVF"
-            << QStringList{"A:10:1:0", "B:20:1:0", "B:21:2:2", "A:x1:2:2", "A:8:3:2"}
-            << QStringList{"A:3", "B:2"} << true;
+            << QStringList{"9.emlx", "A.mbox/Sub.mbox/m/20.partial.emlx", "A.mbox/m/10.emlx",
+                           "A.mbox/n/x1.emlx", "b.emlx"}
+            << 0 << "ST5VCNVCNVNVNV" << QStringList{"Sub:20:1:0", "A:10:1:0", "A:x1:2:2", "A:b:3:2"}
+            << QStringList{"A:3", "A/Sub:1"};
         QTest::newRow("a file that cannot be opened ends the scan")
-            << QStringList{"@S/A.mbox/m/1.emlx", "@S/B.mbox/m/missing.emlx", "@S/A.mbox/m/3.emlx"}
-            << 0 << "ST3CNVCF" << QStringList{"A:1:1:0"} << QStringList{"A:1", "B:1"} << false;
+            << QStringList{"A.mbox/m/1.emlx", "B.mbox/m/link:2.emlx", "C.mbox/m/3.emlx"} << 0
+            << "ST3CNVC" << QStringList{"A:1:1:0"} << QStringList{"A:1", "B:1"};
         // Asked to keep going, the scan skips what it cannot open (a missing
         // file, a folder named like a message) and goes on.
         QTest::newRow("keep going: unreadable files are skipped")
-            << QStringList{"@S/A.mbox/m/1.emlx", "@S/B.mbox/m/missing.emlx",
-                           "@S/B.mbox/m/folder.emlx", "@S/A.mbox/m/3.emlx"}
-            << 0 << "ST4CNVCVVCNVF" << QStringList{"A:1:1:0", "A:3:2:2"}
-            << QStringList{"A:2", "B:0"} << true;
+            << QStringList{"A.mbox/m/1.emlx", "B.mbox/m/dir:2.emlx", "B.mbox/m/link:3.emlx",
+                           "C.mbox/m/4.emlx"}
+            << 0 << "ST4CNVCVVCNV" << QStringList{"A:1:1:0", "C:4:1:0"}
+            << QStringList{"A:1", "B:0", "C:1"};
         QStringList six;
         for (int i = 1; i <= 6; ++i)
-            six << QStringLiteral("@S/A.mbox/m/%1.emlx").arg(i);
+            six << QStringLiteral("A.mbox/m/%1.emlx").arg(i);
         QTest::newRow("stop request ends before the next file")
             << six << 3 << "ST6CNVNVNV" << QStringList{"A:1:1:0", "A:2:2:2", "A:3:3:2"}
-            << QStringList{"A:3"} << true;
+            << QStringList{"A:3"};
     }
     void walk() {
-        QFETCH(QStringList, lines);
+        QFETCH(QStringList, files);
         QFETCH(int, stopAfter);
         QFETCH(QString, events);
         QFETCH(QStringList, items);
-        QFETCH(QStringList, records);
-        QFETCH(bool, listRemoved);
-
-        QByteArray list;
-        for (QString line : lines) {
-            line.replace(QLatin1String("@S"), m_store);
-            list += QFile::encodeName(line) + '\0';
-            if (line.contains(QLatin1String("folder.emlx")))
-                QVERIFY(QDir().mkpath(line));
-            else if (line.contains(QLatin1String(".emlx")) &&
-                     !line.contains(QLatin1String("missing")))
-                QVERIFY(WriteFile(line, SmallMessage()));
+        QFETCH(QStringList, folders);
+        for (QString file : files) {
+            const bool link = file.contains("link:"), dir = file.contains("dir:");
+            file = m_store + "/" + file.remove("link:").remove("dir:");
+            if (link)
+                QVERIFY(QDir().mkpath(QFileInfo(file).path()) &&
+                        QFile::link(m_store + "/nowhere", file));
+            else if (dir)
+                QVERIFY(QDir().mkpath(file));
+            else
+                QVERIFY(WriteFile(file, SmallMessage()));
         }
-        QDir().mkpath(m_store);
-        const QString bin = m_dir.path() + "/bin" + QString::number(m_run);
-        QVERIFY(WriteFile(bin + "/list.txt", list));
-        QVERIFY(WriteFile(bin + "/find", "#!/bin/bash\ncase \"$*\" in *'*.emlxpart'*) ;; *) cat '" +
-                                             bin.toUtf8() + "/list.txt' ;; esac\n"));
-        QFile::setPermissions(bin + "/find", QFile::permissions(bin + "/find") | QFile::ExeOwner);
-        qputenv("PATH", bin.toLocal8Bit() + ":" + m_path);
-
-        ScaningThread thread;
-        const bool keepGoing = QByteArray(QTest::currentDataTag()).startsWith("keep going");
-        thread.m_options.keepGoing = keepGoing;
-        SignalLog log(thread, m_sink);
+        ScanOptions options;
+        options.keepGoing = QByteArray(QTest::currentDataTag()).startsWith("keep going");
+        std::atomic<bool> stop{false};
+        Recorder log;
+        log.stop = &stop;
         log.stopAfter = stopAfter;
-        Scan(thread);
-        QCOMPARE(thread.LastScan().skipped.size(), keepGoing ? 2 : 0);
+        const Store store = EMLXFinder(m_store, options, log, stop);
 
         QCOMPARE(log.events, events);
         QCOMPARE(log.items, items);
-        QCOMPARE(log.wrongTreeItems, 0);
-        QCOMPARE(bool(IsConverted), !records.isEmpty());
-        QCOMPARE(ListRemoved(), listRemoved);
-        if (!listRemoved) // kept for a look, by the user alone
-            QVERIFY(!(QFileInfo(pellomar::TempDir() + "/QuenmoorEmlx").permissions() & 0x77));
-        // Every attached message keeps its list line, untrimmed, as its path.
-        QStringList got;
-        for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext) {
-            int n = 0;
-            for (MailItem* m = f->pFirstMail; m; m = m->pNext, ++n)
-                QVERIFY(
-                    list.contains(QFile::encodeName(Utf16Text(m->pPath, m->ulPathSize)) + '\0'));
-            if (f != StartFldrAtrib)
-                got << QStringLiteral("%1:%2").arg(m_sink.FolderName(f->ullId)).arg(n);
+        QCOMPARE(FolderCounts(store), folders);
+        QCOMPARE(store.IsConverted, !folders.isEmpty());
+        QCOMPARE(store.result.skipped.size(), options.keepGoing ? 2 : 0);
+        QCOMPARE(store.result.ending == RunResult::Ending::Stopped, stopAfter > 0);
+        if (store.result.EndedAtFile()) {
+            QCOMPARE(store.result.file, m_store + "/B.mbox/m/2.emlx");
+            QCOMPARE(store.result.reason, QString("No such file or directory"));
+            QCOMPARE(store.result.notDone, quint64(2));
         }
-        QCOMPARE(got, records);
     }
 
-    void secondRequestWhileRunningOnlyStops() {
-        QVERIFY(WriteFile(m_store + "/A.mbox/Messages/1.emlx", SmallMessage()));
-        ScaningThread thread;
-        SignalLog log(thread, m_sink);
-        QSemaphore reached, gate;
-        QObject::connect(
-            &thread, &ScaningThread::OnShowingScanProgBar, &log.ctx,
-            [&] {
-                reached.release();
-                gate.acquire();
-            },
-            Qt::DirectConnection);
-        QSignalSpy started(&thread, &QThread::started);
-
-        thread.SetInitialSettings();
-        QVERIFY(reached.tryAcquire(1, 60000));
-        QVERIFY(bProcessRunning);
-        QVERIFY(!bStopFlag);
-        thread.SetInitialSettings();
-        QVERIFY(bStopFlag);
-        QVERIFY(thread.isRunning());
-        gate.release();
-        QVERIFY(thread.wait(60000));
-        QCOMPARE(started.count(), 1);
-        QCOMPARE(log.events, QStringLiteral("ST1")); // no message, no FinishScaning
-        QVERIFY(!bStopFlag);
-        QVERIFY(!bProcessRunning);
-        QVERIFY(ListRemoved());
-    }
-
-    // The real find over a store whose names hold quotes, blanks, a carriage
-    // return, a line feed, a leading dash, a Latin-1 byte and letters whose
-    // UTF-16 units hold the byte 0x0D (U+010D, U+0D05); scanned twice, as
-    // the window does on a second Open.
-    void realStoreScannedTwice() {
-        InstallSortedFind(m_dir.path() + "/sorted");
+    // Names with quotes, blanks, a carriage return, a line feed, a leading
+    // dash, a Latin-1 byte and letters whose UTF-16 units hold the byte 0x0D;
+    // links below the store are listed by name but not followed; the result
+    // is the byte order of the paths, and a second scan gives the same store.
+    void anyNameAndScannedTwice() {
         m_store += QStringLiteral("/it's a \"store\" $HOME");
-        m_strInputfilepath = m_store;
         const QString dir = m_store + "/V2/Mailboxes/Work.mbox/Messages/";
         QVERIFY(WriteFile(dir + "12.partial.emlx", SmallMessage()));
         for (const char* part : {"12.3", "12.2", "čeština ' \""})
@@ -274,128 +183,170 @@ private slots:
             QVERIFY(WriteFile(m_store + "/V2/" + name + ".mbox/Messages/8.emlx", SmallMessage()));
         QVERIFY(
             WriteFile(m_store + "/V2/RSS/Apple Hot News.rssmbox/Messages/3.emlx", SmallMessage()));
-        ScaningThread thread;
-        SignalLog log(thread, m_sink);
-        Scan(thread);
-        QCOMPARE(listOfPathOfEmlxPart, (QStringList{dir + "12.2.emlxpart", dir + "12.3.emlxpart",
-                                                    dir + "čeština ' \".emlxpart"}));
-        // find's order, sorted: -dash, Mailboxes, Přílohy, RSS, Zeile, caf.
-        QCOMPARE(log.events, QStringLiteral("ST6CNVCNVCNVVCNVCNVF"));
-        QStringList folders;
-        for (const FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-            if (f->pFirstMail)
-                folders << m_sink.FolderPath(f->ullId);
-        QCOMPARE(folders, (QStringList{"V2/" + odd[0], "V2/Mailboxes/Work", "V2/" + odd[1],
-                                       "V2/" + odd[2], "V2/" + odd[3]}));
-        QCOMPARE(QDir(pellomar::TempDir()).entryList(QDir::Files | QDir::Hidden), QStringList());
+        // A link to a folder of messages is not followed.
+        QVERIFY(WriteFile(m_dir.path() + "/outside/Other.mbox/Messages/1.emlx", SmallMessage()));
+        QVERIFY(QFile::link(m_dir.path() + "/outside", m_store + "/V2/linked"));
 
-        // The second scan goes on with the identifiers after the first one's.
-        const quint64 last = EndFldrAtrib->ullId;
-        QCOMPARE(PID, last);
-        FreeAllFolderRecords();
-        Scan(thread);
-        QCOMPARE(StartFldrAtrib->ullId, quint64(501));
-        QCOMPARE(StartFldrAtrib->pNext->ullId, last + 1);
-        QCOMPARE(log.events.count('N'), 10);
+        const StoreListing listing = ListStoreFiles(m_store);
+        QCOMPARE(listing.parts, (QStringList{dir + "12.2.emlxpart", dir + "12.3.emlxpart",
+                                             dir + "čeština ' \".emlxpart"}));
+        QStringList messages;
+        for (const FoundEntry& e : listing.messages)
+            messages << e.path.mid(m_store.size() + 4);
+        QCOMPARE(messages,
+                 (QStringList{
+                     "-dash.mbox/Messages/8.emlx", "Mailboxes/Work.mbox/Messages/12.partial.emlx",
+                     odd[1] + ".mbox/Messages/8.emlx", "RSS/Apple Hot News.rssmbox/Messages/3.emlx",
+                     odd[2] + ".mbox/Messages/8.emlx", odd[3] + ".mbox/Messages/8.emlx"}));
+
+        const std::atomic<bool> stop{false};
+        Recorder first, second;
+        const Store a = EMLXFinder(m_store, ScanOptions(), first, stop);
+        const Store b = EMLXFinder(m_store, ScanOptions(), second, stop);
+        QCOMPARE(first.events, QStringLiteral("ST6CNVCNVCNVVCNVCNV"));
+        QCOMPARE(FolderCounts(a), (QStringList{"V2:0", "V2/" + odd[0] + ":1", "V2/Mailboxes:0",
+                                               "V2/Mailboxes/Work:1", "V2/" + odd[1] + ":1",
+                                               "V2/" + odd[2] + ":1", "V2/" + odd[3] + ":1"}));
+        // Each scan starts its identifiers at the root's.
+        QCOMPARE(second.folders, first.folders);
+        QCOMPARE(first.folders.first(), QStringLiteral("501>502:V2"));
+        QCOMPARE(FolderCounts(b), FolderCounts(a));
+        // Qt's folder walk passes over names that are not UTF-8: this one
+        // goes by hand, so the temporary folder can go.
+        const QByteArray latin1 = QFile::encodeName(m_store + "/V2/" + odd[3] + ".mbox");
+        QVERIFY(::unlink(latin1 + "/Messages/8.emlx") == 0 && ::rmdir(latin1 + "/Messages") == 0 &&
+                ::rmdir(latin1) == 0);
     }
 
-    // Another user may have put a link or a file of theirs where the scan
-    // keeps its lists, or taken the private folder's name. The scan still
-    // works and neither reads nor writes what was planted.
-    void plantedNames_data() {
-        QTest::addColumn<QString>("name"); // in the private folder; empty: the folder itself
-        QTest::addColumn<QString>("kind"); // link, file or open folder
-        for (const char* name :
-             {"QuenmoorEmlx", "QuenmoorEmlxErrors", "QuenmoorEmlxPart", "QuenmoorEmlxPartErrors"})
-            QTest::newRow(name) << name << "link";
-        QTest::newRow("folder is a link") << QString() << "link";
-        QTest::newRow("folder is a file") << QString() << "file";
-        QTest::newRow("folder open to others") << QString() << "open folder";
-    }
-    void plantedNames() {
-        QFETCH(QString, name);
-        QFETCH(QString, kind);
-        const QString victim = m_dir.path() + "/victim" + QString::number(m_run);
-        QVERIFY(WriteFile(victim + "/file", "mine\n"));
-        QVERIFY(WriteFile(m_store + "/A.mbox/Messages/1.emlx", SmallMessage()));
-        const QString preferred =
-            qEnvironmentVariable("PELLOMAR_TMPDIR") + "/pellomar-" + QString::number(geteuid());
-        QString planted = pellomar::TempDir() + "/" + name;
-        if (name.isEmpty()) { // the folder in use goes, so the name is taken up again
-            QVERIFY(QDir(pellomar::TempDir()).removeRecursively());
-            planted = preferred;
+    // Two scans of different stores at the same time, on two worker
+    // threads: each finds its own store only.
+    void twoScansAtOnce() {
+        const QString other = m_store + "-other";
+        for (int i = 1; i <= 40; ++i) {
+            QVERIFY(WriteFile(m_store + QStringLiteral("/Mine.mbox/Messages/%1.emlx").arg(i),
+                              SmallMessage("mine")));
+            QVERIFY(
+                WriteFile(other + QStringLiteral("/Yours.mbox/Sub.mbox/Messages/%1.emlx").arg(i),
+                          SmallMessage("yours")));
         }
-        if (kind == "link")
-            QVERIFY(QFile::link(name.isEmpty() ? victim : victim + "/file", planted));
-        else if (kind == "file")
-            QVERIFY(WriteFile(planted, "mine\n"));
-        else
-            QVERIFY(QDir().mkdir(planted) &&
-                    QFile::setPermissions(planted, QFile::Permissions(0x7755)));
+        ScanJob mine(m_store, ScanOptions()), yours(other, ScanOptions());
+        ScaningThread a, b;
+        a.SetJob(&mine);
+        b.SetJob(&yours);
+        a.SetInitialSettings();
+        b.SetInitialSettings();
+        QVERIFY(a.wait(60000) && b.wait(60000));
+        QCOMPARE(FolderCounts(mine.store), QStringList{"Mine:40"});
+        QCOMPARE(FolderCounts(yours.store), (QStringList{"Yours:0", "Yours/Sub:40"}));
+        for (const FldrAtrib& f : mine.store.Folders())
+            for (const MailItem& m : f.messages)
+                QVERIFY(m.subject == "mine\n" && m.path.startsWith(m_store + "/"));
+        QCOMPARE(mine.store.Folder(502)->name, QStringLiteral("Mine"));
+        QCOMPARE(yours.store.Folder(502)->name, QStringLiteral("Yours"));
+    }
 
+    // A second request while a run is under way only asks it to stop; the
+    // run then ends without FinishScaning.
+    void secondRequestWhileRunningOnlyStops() {
+        QVERIFY(WriteFile(m_store + "/A.mbox/Messages/1.emlx", SmallMessage()));
+        ScanJob job(m_store, ScanOptions());
         ScaningThread thread;
-        SignalLog log(thread, m_sink);
-        Scan(thread);
-        QCOMPARE(log.events, QStringLiteral("ST1CNVF"));
-        const QString tmp = pellomar::TempDir();
-        const QFileInfo used(tmp);
-        QVERIFY(used.isDir() && !used.isSymLink() && !(used.permissions() & 0x77));
-        QCOMPARE(tmp == preferred, !name.isEmpty());
-        QCOMPARE(QDir(victim).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
-                 QStringList{"file"});
-        QCOMPARE(ReadFile(victim + "/file"), QByteArray("mine\n"));
-        if (kind == "file")
-            QCOMPARE(ReadFile(planted), QByteArray("mine\n"));
-        if (kind == "open folder")
-            QVERIFY(QDir(planted).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot));
-        if (name.isEmpty()) // the name is free again for the tests after this one
-            QVERIFY(kind == "open folder" ? QDir(planted).removeRecursively()
-                                          : QFile::remove(planted));
+        thread.SetJob(&job);
+        QSemaphore reached, gate;
+        QObject ctx;
+        QObject::connect(
+            &thread, &ScaningThread::OnShowingScanProgBar, &ctx,
+            [&] {
+                reached.release();
+                gate.acquire();
+            },
+            Qt::DirectConnection);
+        QSignalSpy started(&thread, &QThread::started);
+        QSignalSpy finished(&thread, &ScaningThread::FinishScaning);
+
+        thread.SetInitialSettings();
+        QVERIFY(reached.tryAcquire(1, 60000));
+        QVERIFY(thread.bProcessRunning);
+        QVERIFY(!thread.bStopFlag);
+        thread.SetInitialSettings();
+        QVERIFY(thread.bStopFlag);
+        QVERIFY(thread.isRunning());
+        gate.release();
+        QVERIFY(thread.wait(60000));
+        QCOMPARE(started.count(), 1);
+        QCOMPARE(finished.count(), 0);
+        QCOMPARE(job.store.result.ending, RunResult::Ending::Stopped);
+        QCOMPARE(job.store.MessageCount(), quint64(0));
+        QVERIFY(!thread.bStopFlag);
+        QVERIFY(!thread.bProcessRunning);
+
+        // The next run goes to its end.
+        gate.release();
+        thread.SetInitialSettings();
+        QVERIFY(thread.wait(60000));
+        QCOMPARE(finished.count(), 1);
+        QCOMPARE(job.store.MessageCount(), quint64(1));
     }
 
     void folderPath_data() {
         QTest::addColumn<QString>("line");
         QTest::addColumn<QString>("store");
         QTest::addColumn<QString>("expected");
+        QTest::addColumn<QString>("kinds"); // F folder, M mailbox, I imap, E exchange
         auto row = [](const char* name, const QString& line, const QString& store,
-                      const char* expected) { QTest::newRow(name) << line << store << expected; };
+                      const char* expected, const char* kinds) {
+            QTest::newRow(name) << line << store << expected << kinds;
+        };
         const QString msg = QStringLiteral("/Messages/1.emlx");
 
         // Under the user's Mail folder: the version folder goes.
         row("mail: nested mailboxes with uuid/Data level",
             kMail + "/V2/Mailboxes/Work.mbox/Projects.mbox/6F3A/Data/3" + msg, kMail,
-            "Mailboxes/Work/Projects");
+            "Mailboxes/Work/Projects", "FMM");
         row("mail: mailbox starting with V loses its level",
-            kMail + "/Vacation.mbox/Sub.mbox" + msg, kMail, "Sub");
+            kMail + "/Vacation.mbox/Sub.mbox" + msg, kMail, "Sub", "M");
         row("mail: lone V mailbox keeps Messages", kMail + "/Vacation.mbox" + msg, kMail,
-            "Messages");
-        row("mail: no version folder", kMail + "/Mailboxes/Old.mbox" + msg, kMail, "Mailboxes/Old");
-        row("mail: /V with no further slash stays", kMail + "/V2/9.emlx", kMail, "");
+            "Messages", "F");
+        row("mail: no version folder", kMail + "/Mailboxes/Old.mbox" + msg, kMail, "Mailboxes/Old",
+            "FM");
+        row("mail: /V with no further slash stays", kMail + "/V2/9.emlx", kMail, "", "");
         row("mail: found in the middle, wins over the store",
             "/Volumes/Old Disk" + kMail + "/V3/Mailboxes/A.mbox" + msg,
-            QStringLiteral("/Volumes/Old Disk"), "Mailboxes/A");
+            QStringLiteral("/Volumes/Old Disk"), "Mailboxes/A", "FM");
 
         // Elsewhere: the store folder is removed, the version folder kept.
         row("store: Library picked, /Mail/ dropped", "/Users/x/Library/Mail/V2/A.mbox" + msg,
-            QStringLiteral("/Users/x/Library"), "V2/A");
+            QStringLiteral("/Users/x/Library"), "V2/A", "FM");
         row("store: /V/ folder dropped to its slash", kStore + "/V/Mailboxes/A.mbox" + msg, kStore,
-            "Mailboxes/A");
+            "Mailboxes/A", "FM");
         row("store: trailing slash in the store path skips a level",
-            kStore + "/V2/Mailboxes/A.mbox" + msg, kStore + "/", "Mailboxes/A");
+            kStore + "/V2/Mailboxes/A.mbox" + msg, kStore + "/", "Mailboxes/A", "FM");
         row("store: .mbox inside a name is removed as well",
-            kStore + "/Archive.mboxes/Old.mbox" + msg, kStore, "Archivees/Old");
+            kStore + "/Archive.mboxes/Old.mbox" + msg, kStore, "Archivees/Old", "MM");
         row("store: every occurrence of the store text goes", "/s/a/s/B.mbox" + msg,
-            QStringLiteral("/s"), "a/B");
+            QStringLiteral("/s"), "a/B", "FM");
         row("store: the match is case-sensitive", "/DATA/Backup Store/V2/A.mbox" + msg, kStore,
-            "DATA/Backup Store/V2/A");
-        row("find error line", "find: '/x/y': Permission denied", kStore, "x");
-        row("line without slash", "garbage", kStore, "");
+            "DATA/Backup Store/V2/A", "FFFM");
+        row("store: account mailboxes", kStore + "/V2/acct/INBOX.imapmbox" + msg, kStore,
+            "V2/acct/INBOX.imapmbox/Messages", "FFIF");
+        row("store: exchange mailbox", kStore + "/V2/x/In.ewsmbox/Sub.ewsmbox/Messages/2.emlx",
+            kStore, "V2/x/In.ewsmbox/Sub.ewsmbox/Messages", "FFEEF");
+        row("line without slash", "garbage", kStore, "", "");
     }
     void folderPath() {
         QFETCH(QString, line);
         QFETCH(QString, store);
         QFETCH(QString, expected);
+        QFETCH(QString, kinds);
         QCOMPARE(FolderPathForMessage(line, kMail, store), expected);
+        QStringList names;
+        QString gotKinds;
+        for (const FolderPart& p : FolderPartsForMessage(line, kMail, store)) {
+            names << p.name;
+            gotKinds += "?FMIE"[int(p.kind)];
+        }
+        QCOMPARE(names.join('/'), expected);
+        QCOMPARE(gotKinds, kinds);
     }
 
     void messageNumber_data() {
@@ -406,8 +357,6 @@ private slots:
             QTest::newRow(line) << line << text << value;
         };
         row("/a/Messages/1234.partial.emlx", "1234", 1234);
-        row("/a.mbox/Messages/7.emlx", "7", 7);
-        row("12.emlx", "12", 12);
         row("/a/Messages/abc.emlx", "abc", 0);
         row("/a/Messages/-3.emlx", "-3", 0);
         row("/a/18446744073709551615.emlx", "18446744073709551615", 18446744073709551615ULL);
@@ -449,68 +398,66 @@ private slots:
         QFETCH(QStringList, paths);
         QFETCH(QStringList, calls);
         QFETCH(QList<unsigned long long>, folderOfEach);
-        ScaningThread thread;
+        Store store;
+        Recorder log;
+        FolderBuilder builder(store, log);
         QList<unsigned long long> folders;
         for (const QString& p : paths) {
-            thread.treeCreator(p);
-            folders << llParentIdRunning;
+            QVector<FolderPart> parts;
+            if (!p.isEmpty())
+                for (const QString& name : p.split('/'))
+                    parts.append({name, FolderKind::Folder});
+            builder.treeCreator(parts);
+            folders << builder.llParentIdRunning;
         }
-        QCOMPARE(m_rec.calls, calls);
+        QCOMPARE(log.folders, calls);
         QCOMPARE(folders, folderOfEach);
-    }
-
-    void recordsKeepOrderAndFreeEverything() {
-        FldrAtrib* a = AppendFolderRecord(0, 501, nullptr, 3);
-        FldrAtrib* b = AppendFolderRecord(501, 502, nullptr, 0);
-        FldrAtrib* c = AppendFolderRecord(502, 503, nullptr, 0);
-        QCOMPARE(StartFldrAtrib, a);
-        QCOMPARE(EndFldrAtrib, c);
-        QCOMPARE(a->pNext, b);
-        QCOMPARE(FindFolderRecord(503, 502), c);
-        QVERIFY(!FindFolderRecord(503, 501));
-        for (int i = 0; i < 3; ++i) {
-            MailItem* m = NewMailItem();
-            SetUtf16(&m->pSubject, &m->ulSubjectSize, QStringLiteral("S%1 ü").arg(i));
-            SetUtf16(&m->pPath, &m->ulPathSize, QStringLiteral("/p/%1.emlx").arg(i));
-            SetBytes(&m->pPlainCharset, "utf-8");
-            SetBytes(&m->pDate, QByteArray());
-            for (int k = 0; k < 2; ++k) {
-                AttachmentEntry* e = NewAttachment();
-                SetUtf16(&e->pName, &e->ulNameSize, QStringLiteral("a%1.png").arg(k));
-                SetUtf16(&e->pPartFile, &e->ulPartFileSize, QStringLiteral("/p/1.2.emlxpart"));
-                AppendAttachment(m, e);
-            }
-            AppendMailToFolder(b, m);
+        // The store has every folder, found by its identifier, with its path.
+        QCOMPARE(int(store.Folders().size()), calls.size() + 1);
+        for (const FldrAtrib& f : store.Folders()) {
+            QCOMPARE(store.Folder(f.ullId), &f);
+            if (f.ullId != llRootId)
+                QCOMPARE(f.path, store.Folder(f.ullParentId)->ullId == llRootId
+                                     ? f.name
+                                     : store.Folder(f.ullParentId)->path + "/" + f.name);
         }
-        QCOMPARE(b->ullMsgCount, quint64(3));
-        QCOMPARE(Utf16Text(b->pFirstMail->pSubject, b->pFirstMail->ulSubjectSize),
-                 QStringLiteral("S0 ü"));
-        QCOMPARE(b->pFirstMail->ulSubjectSize, quint32(8));
-        QCOMPARE(Utf16Text(b->pLastMail->pSubject, b->pLastMail->ulSubjectSize),
-                 QStringLiteral("S2 ü"));
-        QVERIFY(b->pLastMail->pAttachTail->pNext == nullptr);
-        QCOMPARE(QByteArray(b->pFirstMail->pDate), QByteArray());
-        // Everything is freed (LeakSanitizer checks the blocks) and the list is empty.
-        FreeAllFolderRecords();
-        QVERIFY(!StartFldrAtrib);
-        QVERIFY(!EndFldrAtrib);
-        QVERIFY(!FindFolderRecord(502));
+        QVERIFY(!store.Folder(0) && !store.Folder(500) && !store.Folder(502 + calls.size()));
     }
 
-    void headlessSinkBuildsRootAndSkipsUnknownParents() {
-        HeadlessFolderSink sink;
-        sink.LeftTreeView(501, 502, QStringLiteral("Mailboxes"));
-        sink.LeftTreeView(502, 503, QStringLiteral("Re (old)"));
-        sink.LeftTreeView(999, 504, QStringLiteral("Orphan"));
-        QCOMPARE(StartFldrAtrib->ullId, 501ull);
-        QCOMPARE(StartFldrAtrib->ucTickState, quint8(3));
-        QCOMPARE(sink.FolderName(501), QStringLiteral("Mailbox"));
-        QCOMPARE(sink.FolderPath(503), QStringLiteral("Mailboxes/Re (old)"));
-        FldrAtrib* orphan = FindFolderRecord(504);
-        QVERIFY(orphan);
-        QVERIFY(!orphan->pTreeItem);
-        QVERIFY(FindFolderRecord(503)->pTreeItem);
-        QCOMPARE(FindFolderRecord(503)->ucTickState, quint8(0));
+    // Clicks on SmallTree() as "id+" (ticked), "id-" (unticked) or "id~"
+    // (partly ticked).
+    void ticks_data() {
+        QTest::addColumn<QString>("clicks");
+        QTest::addColumn<QString>("expected"); // tick codes of 501 to 506
+        auto row = [](const char* name, const char* clicks, const char* expected) {
+            QTest::newRow(name) << QString(clicks) << QString(expected);
+        };
+        row("root ticks everything", "501+", "111111");
+        row("root unticks everything", "501+ 501-", "333333");
+        row("partly ticked root changes nothing", "503+ 501~", "221001");
+        row("folder ticks its subtree, parents partly", "503+", "221001");
+        row("all children ticked tick the parent", "503+ 504+", "211101");
+        row("whole tree ticked by its top folders", "502+ 505+", "111111");
+        row("unticking a leaf makes ancestors partly ticked", "501+ 506-", "223113");
+        row("partly ticked by hand leaves the subtree alone", "503+ 502~", "221001");
+    }
+    void ticks() {
+        QFETCH(QString, clicks);
+        QFETCH(QString, expected);
+        Store store = SmallTree();
+        QVERIFY(!store.AddFolder(999, 507, "lost", FolderKind::Folder));
+        QVERIFY(!store.AddFolder(501, 600, "gap", FolderKind::Folder));
+        for (const QString& c : clicks.split(' ')) {
+            const QChar s = c.back();
+            store.SetTick(c.chopped(1).toULongLong(), s == '+'   ? kTicked
+                                                      : s == '-' ? kNotTicked
+                                                                 : kPartlyTicked);
+        }
+        QString got;
+        for (const FldrAtrib& f : store.Folders())
+            got += QString::number(f.ucTickState);
+        QCOMPARE(got, expected);
+        QCOMPARE(store.TickedFolders().size(), expected.count('1'));
     }
 
     // Root's home is elsewhere; the name is compared exactly.
@@ -520,28 +467,10 @@ private slots:
         QCOMPARE(DefaultMailPathFor("Root"), QStringLiteral("/Users/Root/Library/Mail"));
     }
 
-    // Names with what a shell would expand or end a quote on.
-    void shellQuoteSurvivesBash_data() {
-        QTest::addColumn<QString>("name");
-        QTest::newRow("single quote") << "Anna's mail";
-        QTest::newRow("dollar, backtick, backslash, blank") << "$HOME `id` \\x (1)";
-    }
-    void shellQuoteSurvivesBash() {
-        QFETCH(QString, name);
-        QTemporaryDir dir(QDir::tempPath() + "/pellomar-quote-XXXXXX");
-        QVERIFY(dir.isValid());
-        const QString path = dir.path() + "/" + name;
-        QCOMPARE(pellomar::RunShellCommand("touch " + pellomar::ShellQuote(path)), 0);
-        QVERIFY(QFileInfo::exists(path));
-    }
-
 private:
-    RecordingSink m_rec;
     QTemporaryDir m_dir;
     QString m_store;
-    QByteArray m_path;
     int m_run = 0;
-    HeadlessFolderSink m_sink;
 };
 
 QTEST_GUILESS_MAIN(TestThread)

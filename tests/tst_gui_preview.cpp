@@ -3,9 +3,10 @@
 // selection dialog.
 #include "app/SelectData.h"
 #include "scanner/FileAccess.h"
-#include "scanner/Globals.h"
+#include "scanner/MailPaths.h"
 #include "scanner/MessageAnalysis.h"
-#include "scanner/Records.h"
+#include "scanner/MessageFile.h"
+#include "scanner/Store.h"
 #include "tests/TestSupport.h"
 #include "ui/PreviewDecoding.h"
 #include "ui_BrowseWindow.h"
@@ -26,12 +27,13 @@ protected:
     QString AskForDirectory() override { return answer; }
 };
 
-// Writes a message, analyses it and returns its record (freed by the caller).
-MailItem* Analysed(const QString& path, const QByteArray& message) {
+// Writes a message, analyses it and returns its record.
+MailItem Analysed(const QString& path, const QByteArray& message) {
     TestSupport::WriteFile(path, TestSupport::Emlx(message));
-    MailItem* item = NewMailItem();
-    SetUtf16(&item->pPath, &item->ulPathSize, path);
-    AnalyseMessageFile(path, item);
+    MessageFile file;
+    MailItem item;
+    AnalyseMessageFile(file, path, {}, &item);
+    item.path = path;
     return item;
 }
 
@@ -87,25 +89,24 @@ private slots:
         QFETCH(QByteArray, message);
         QFETCH(bool, html);
         QFETCH(QString, expected);
-        MailItem* m = Analysed(dir.path() + "/body.emlx", message);
-        const QString text =
-            html ? DecodeBodyRange(dir.path() + "/body.emlx", m->llHtmlStart, m->llHtmlEnd,
-                                   m->pTransferEncoding, m->pHtmlCharset)
-                 : DecodeBodyRange(dir.path() + "/body.emlx", m->llPlainStart, m->llPlainEnd,
-                                   m->pTransferEncoding, m->pPlainCharset);
-        FreeMailItem(m);
+        const MailItem m = Analysed(dir.path() + "/body.emlx", message);
+        const QString text = html ? DecodeBodyRange(m.path, m.llHtmlStart, m.llHtmlEnd,
+                                                    m.transferEncoding, m.htmlCharset)
+                                  : DecodeBodyRange(m.path, m.llPlainStart, m.llPlainEnd,
+                                                    m.transferEncoding, m.plainCharset);
         QCOMPARE(text, expected);
     }
 
     void noEncodingJoinsSoftBreaks() {
         const QString path = dir.path() + "/raw.txt";
         TestSupport::WriteFile(path, "ab=\ncd\nef=\n");
-        QCOMPARE(DecodeBodyRange(path, 0, 11, nullptr, "utf-8"), QStringLiteral("abcd\nef"));
-        QCOMPARE(DecodeBodyRange(dir.path() + "/missing", 0, 11, nullptr, nullptr), QString());
+        const QByteArray none;
+        QCOMPARE(DecodeBodyRange(path, 0, 11, none, "utf-8"), QStringLiteral("abcd\nef"));
+        QCOMPARE(DecodeBodyRange(dir.path() + "/missing", 0, 11, none, none), QString());
         // Only regular files are read, without waiting on a FIFO.
         QVERIFY(::mkfifo(QFile::encodeName(dir.path() + "/fifo").constData(), 0600) == 0);
-        QCOMPARE(DecodeBodyRange(dir.path() + "/fifo", 0, 11, nullptr, nullptr), QString());
-        QCOMPARE(DecodeBodyRange(dir.path(), 0, 11, nullptr, nullptr), QString());
+        QCOMPARE(DecodeBodyRange(dir.path() + "/fifo", 0, 11, none, none), QString());
+        QCOMPARE(DecodeBodyRange(dir.path(), 0, 11, none, none), QString());
     }
 
     void safeNames_data() {
@@ -167,7 +168,7 @@ private slots:
         const QByteArray message = "Subject: a\nContent-Type: multipart/mixed; boundary=m\n\n"
                                    "--m\nContent-Type: text/plain\n\nhi\n" +
                                    part("a.png") + part("a.png") + part("../evil.png") + "--m--\n";
-        MailItem* m = Analysed(dir.path() + "/att.emlx", message);
+        const MailItem m = Analysed(dir.path() + "/att.emlx", message);
         // Links planted at the folder or at a file name are not followed.
         const QString folder = dir.path() + "/att", victim = dir.path() + "/victim";
         QVERIFY(TestSupport::WriteFile(victim + "/mine", "mine"));
@@ -176,7 +177,6 @@ private slots:
         QVERIFY(pellomar::MakePrivateFolder(folder) &&
                 QFile::link(victim + "/mine", folder + "/0a.png"));
         const QStringList names = WriteAttachments(m, folder);
-        FreeMailItem(m);
         QCOMPARE(names, (QStringList{"0a.png", "1a.png", "2.._evil.png"}));
         for (const QString& n : names) {
             QCOMPARE(TestSupport::ReadFile(folder + "/" + n), png);
@@ -191,13 +191,12 @@ private slots:
     void decodedPartIsCopied() {
         const QByteArray bytes("a\r\nb\0c", 6);
         QVERIFY(TestSupport::WriteFile(dir.path() + "/Data/Attachments/9/2/x y.bin", bytes));
-        MailItem* m = Analysed(dir.path() + "/Data/Messages/9.partial.emlx",
-                               "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b\n"
-                               "Content-Type: application/pdf; name=\"x y.bin\"\n"
-                               "Content-Disposition: attachment; filename=\"x y.bin\"\n"
-                               "X-Apple-Content-Length: 6\n\n--b--\n");
+        const MailItem m = Analysed(dir.path() + "/Data/Messages/9.partial.emlx",
+                                    "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b\n"
+                                    "Content-Type: application/pdf; name=\"x y.bin\"\n"
+                                    "Content-Disposition: attachment; filename=\"x y.bin\"\n"
+                                    "X-Apple-Content-Length: 6\n\n--b--\n");
         QCOMPARE(WriteAttachments(m, dir.path() + "/decoded"), QStringList{"0x y.bin"});
-        FreeMailItem(m);
         QCOMPARE(TestSupport::ReadFile(dir.path() + "/decoded/0x y.bin"), bytes);
     }
 
@@ -219,7 +218,7 @@ private slots:
             dlg.answer = a;
             dlg.OpenFileDialog();
         }
-        QCOMPARE(m_strInputfilepath, expected);
+        QCOMPARE(dlg.m_strInputfilepath, expected);
         QCOMPARE(dlg.ui->SelectPSTLEdit->text(), expected);
         QVERIFY(dlg.ui->StartButton->isEnabled());
     }

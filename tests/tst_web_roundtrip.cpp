@@ -1,7 +1,6 @@
 // The whole road through the window: scan the sample store, tick everything,
 // save, and find the package on disk.
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
+#include "export/ExportJob.h"
 #include "scanner/ScaningThread.h"
 #include "tests/GuiTestSupport.h"
 #include "tests/TestSupport.h"
@@ -27,25 +26,24 @@ private slots:
         QVERIFY(TestSupport::CopyFolder(TestSupport::SampleStore(), store));
         QVERIFY(QDir().mkpath(out));
 
-        closeevent = 1;
         GuiTestSupport::ScriptedWindow w;
+        w.closeevent = 1;
         w.show();
-        m_strInputfilepath = store;
+        w.m_strInputfilepath = store;
         auto scanned = GuiTestSupport::AnswerNextMessageBox(QMessageBox::Ok);
         w.OnStartScanning();
-        QVERIFY(!m_pOpenFile->isEnabled());
+        QVERIFY(!w.m_pOpenFile->isEnabled());
         QTRY_VERIFY_WITH_TIMEOUT(scanned->seen, 30000);
         QCOMPARE(scanned->text, QStringLiteral("File scan completed successfully."));
         QCOMPARE(scanned->title, QStringLiteral("Vortiga"));
         QTRY_VERIFY(!w.m_pScaningThread->isRunning());
         QVERIFY(w.m_pSaveFile->isEnabled());
-        QVERIFY(m_pOpenFile->isEnabled());
+        QVERIFY(w.m_pOpenFile->isEnabled());
 
         // The last folder is shown.
-        const FldrAtrib* last = LastFolderRecord();
-        QCOMPARE(w.m_pLeftTreeWidget->currentItem(),
-                 static_cast<QTreeWidgetItem*>(last->pTreeItem));
-        QCOMPARE(quint64(w.m_pCenterTreeWidget->topLevelItemCount()), last->ullMsgCount);
+        const FldrAtrib* last = w.m_store.EndFldrAtrib();
+        QCOMPARE(w.m_pLeftTreeWidget->currentItem(), w.FolderItem(last->ullId));
+        QCOMPARE(quint64(w.m_pCenterTreeWidget->topLevelItemCount()), last->MsgCount());
         // Every step of the scan reached the bar, none was taken by the bar
         // of an earlier run or lost to its reset.
         QProgressBar* bar = w.m_pProgressInfo->ui->ProgressBar;
@@ -54,26 +52,25 @@ private slots:
         // Tick the root and save.
         QTreeWidgetItem* root = w.m_pLeftTreeWidget->topLevelItem(0);
         root->setCheckState(0, Qt::Checked);
-        w.ShowindivisualMailItemsInfo(root, 0);
         // Three sample messages have 8-bit text: the save says so after the
         // import instructions.
         w.answers = QStringList{out};
         auto warned = GuiTestSupport::AnswerNextMessageBox(QMessageBox::Ok);
         w.OnSavingFiles();
-        QVERIFY(!IsPreview);
-        QTRY_VERIFY_WITH_TIMEOUT(IsPreview, 30000);
+        QVERIFY(!w.IsPreview);
+        QTRY_VERIFY_WITH_TIMEOUT(w.IsPreview, 30000);
         QTRY_VERIFY_WITH_TIMEOUT(warned->seen, 30000);
         QCOMPARE(warned->text, QString("17 of 17 messages written; 3 messages changed by the "
                                        "Latin-1 conversion."));
         QVERIFY(warned->detailed.contains("Keep 8-bit Text Unchanged"));
         QTRY_VERIFY(!w.m_pScaningThread->isRunning());
         QVERIFY(w.m_pSaveFile->isEnabled());
-        for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-            QCOMPARE(f->ucTickState, quint8(3));
+        for (const FldrAtrib& f : w.m_store.Folders())
+            QCOMPARE(f.ucTickState, quint8(3));
         QCOMPARE(root->checkState(0), Qt::Unchecked);
 
         // The package's bytes are the command-line test's business.
-        QVERIFY(QFileInfo(out + mainIdentity + "/Archive.xml").isFile());
+        QVERIFY(QFileInfo(w.m_exportRun->Job().Package() + "/Archive.xml").isFile());
         for (QWidget* top : QApplication::topLevelWidgets())
             if (top->objectName() == "ImportMsgDlg" && top->isVisible())
                 top->close();
@@ -90,10 +87,10 @@ private slots:
         const QString broken = store + "/V2/Mailboxes/Inbox.mbox/Messages/12.emlx";
         QVERIFY(QFile::remove(broken) && QFile::link(tmp.path() + "/gone", broken));
 
-        closeevent = 1;
         GuiTestSupport::ScriptedWindow w;
+        w.closeevent = 1;
         w.show();
-        m_strInputfilepath = store;
+        w.m_strInputfilepath = store;
         for (const bool skip : {false, true}) {
             w.m_pExportOptions->m_pSkipUnreadable->setChecked(skip);
             auto boxes = GuiTestSupport::AnswerMessageBoxes(2, QMessageBox::Ok);

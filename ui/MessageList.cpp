@@ -22,7 +22,7 @@ const QIcon& ListIcon(ListIconKind kind) {
 }
 
 QTreeWidgetItem* NewMessageRow(const QString& subject, const QString& number, bool hasAttachments,
-                               int priority) {
+                               int priority, int index) {
     auto* row = new QTreeWidgetItem;
     const QSize hint(22, 22);
     for (int c = ColSizeHint; c <= ColSubject; ++c) {
@@ -36,7 +36,14 @@ QTreeWidgetItem* NewMessageRow(const QString& subject, const QString& number, bo
         row->setIcon(ColAttachment, ListIcon(ListIconKind::Attachment));
     row->setText(ColSubject, subject);
     row->setText(ColNumber, number);
+    row->setData(ColNumber, Qt::UserRole, index);
     return row;
+}
+
+int MessageIndexOf(const QTreeWidgetItem* row) {
+    bool ok = false;
+    const int index = row ? row->data(ColNumber, Qt::UserRole).toInt(&ok) : -1;
+    return ok ? index : -1;
 }
 
 QString CountedFolderLabel(QString label, unsigned long long count, int labelState) {
@@ -48,32 +55,27 @@ QString CountedFolderLabel(QString label, unsigned long long count, int labelSta
     return label + QLatin1Char('(') + QString::number(count) + QLatin1Char(')');
 }
 
-PendingScanView::~PendingScanView() {
-    Clear();
-}
-
 bool PendingScanView::Batch::IsEmpty() const {
     return folders.isEmpty() && rows.isEmpty() && labels.isEmpty() && !currentFolder &&
            !clearList && steps == 0;
 }
 
-bool PendingScanView::AddFolder(QTreeWidgetItem* parent, QTreeWidgetItem* item) {
-    return Change([&](Batch& b) { b.folders.append(Folder{parent, item}); });
+bool PendingScanView::AddFolder(unsigned long long parentId, unsigned long long id,
+                                const QString& name) {
+    return Change([&](Batch& b) { b.folders.append(Folder{parentId, id, name}); });
 }
 
-bool PendingScanView::AddMessage(QTreeWidgetItem* folder, const QString& subject,
+bool PendingScanView::AddMessage(unsigned long long folderId, const QString& subject,
                                  const QString& number, unsigned long long count,
                                  bool hasAttachments, int priority, int labelState) {
     return Change([&](Batch& b) {
-        if (folder) {
-            b.currentFolder = folder;
-            QVector<LabelStep>& steps = b.labels[folder];
-            if (!steps.isEmpty() && labelState == 2)
-                steps.last().count = count;
-            else
-                steps.append({count, labelState});
-        }
-        b.rows.append({subject, number, hasAttachments, priority});
+        b.currentFolder = folderId;
+        QVector<LabelStep>& steps = b.labels[folderId];
+        if (!steps.isEmpty() && labelState == 2)
+            steps.last().count = count;
+        else
+            steps.append({count, labelState});
+        b.rows.append({subject, number, hasAttachments, priority, int(count) - 1});
     });
 }
 
@@ -94,52 +96,39 @@ bool PendingScanView::IsEmpty() const {
 }
 
 void PendingScanView::Clear() {
-    Batch dropped;
-    {
-        const QMutexLocker lock(&m_lock);
-        std::swap(dropped, m_batch);
-    }
-    for (const Folder& f : qAsConst(dropped.folders))
-        delete f.item;
+    const QMutexLocker lock(&m_lock);
+    m_batch = Batch();
 }
 
-namespace {
-// Expands `item` and every folder under it that has folders of its own.
-void ExpandBranches(QTreeWidgetItem* item) {
-    if (item->childCount() == 0)
-        return;
-    item->setExpanded(true);
-    for (int i = 0; i < item->childCount(); ++i)
-        ExpandBranches(item->child(i));
-}
-} // namespace
-
-void PendingScanView::Apply(QTreeWidget* folders, QTreeWidget* list, QProgressBar* bar) {
+void PendingScanView::Apply(const FolderMaker& makeFolder,
+                            QHash<unsigned long long, QTreeWidgetItem*>& items,
+                            QTreeWidget* folders, QTreeWidget* list, QProgressBar* bar) {
     Batch b;
     {
         const QMutexLocker lock(&m_lock);
         std::swap(b, m_batch);
     }
-    for (const Folder& f : qAsConst(b.folders)) {
-        f.parent->addChild(f.item);
-        f.parent->setExpanded(true);
-        ExpandBranches(f.item);
-    }
+    for (const Folder& f : qAsConst(b.folders))
+        if (QTreeWidgetItem* item = makeFolder(f.parentId, f.id, f.name))
+            items.insert(f.id, item);
     for (auto it = b.labels.cbegin(); it != b.labels.cend(); ++it) {
-        QString label = it.key()->text(0);
+        QTreeWidgetItem* item = items.value(it.key());
+        if (!item)
+            continue;
+        QString label = item->text(0);
         for (const LabelStep& step : it.value())
             label = CountedFolderLabel(label, step.count, step.labelState);
-        it.key()->setText(0, label);
+        item->setText(0, label);
     }
-    if (b.currentFolder)
-        folders->setCurrentItem(b.currentFolder);
+    if (QTreeWidgetItem* current = items.value(b.currentFolder))
+        folders->setCurrentItem(current);
     if (b.clearList)
         list->clear();
     if (!b.rows.isEmpty()) {
         QList<QTreeWidgetItem*> rows;
         rows.reserve(b.rows.size());
         for (const Row& r : qAsConst(b.rows))
-            rows.append(NewMessageRow(r.subject, r.number, r.hasAttachments, r.priority));
+            rows.append(NewMessageRow(r.subject, r.number, r.hasAttachments, r.priority, r.index));
         list->addTopLevelItems(rows);
         list->scrollToItem(rows.last());
     }

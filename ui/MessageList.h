@@ -11,13 +11,15 @@
 // New folders wait there too. Each one that goes into the folder tree makes
 // the window repaint, and a window holding a web view is redrawn whole
 // through OpenGL at every repaint, which with a software renderer costs more
-// than a hundred messages. The folder's item and its record exist at once;
-// the item joins the tree with the next application.
+// than a hundred messages. A folder's item is made when the folder joins the
+// tree, on the window's thread.
 
 #include <QHash>
 #include <QMutex>
 #include <QString>
 #include <QVector>
+
+#include <functional>
 
 class QFont;
 class QIcon;
@@ -43,9 +45,12 @@ enum class ListIconKind { Priority, Mail, Attachment, Folder };
 const QIcon& ListIcon(ListIconKind kind);
 
 // A message list row, not yet in a list: font and size hint on columns 0
-// to 4, the icons, the subject and the message number.
+// to 4, the icons, the subject and the message number. The row keeps the
+// message's place in its folder (from 0) as the number column's user data.
 QTreeWidgetItem* NewMessageRow(const QString& subject, const QString& number, bool hasAttachments,
-                               int priority);
+                               int priority, int index);
+// The place in its folder of the message a row shows, or -1.
+int MessageIndexOf(const QTreeWidgetItem* row);
 
 // A folder label with the count of its messages: "Inbox" and 1 give
 // "Inbox(1)". With labelState 2 the label already ends in a count, which is
@@ -62,30 +67,32 @@ public:
     PendingScanView() = default;
     PendingScanView(const PendingScanView&) = delete;
     PendingScanView& operator=(const PendingScanView&) = delete;
-    ~PendingScanView();
 
-    // A new folder item, without a parent yet, for `parent`, which is in the
-    // tree: it goes in after the folders waiting before it, and its parent is
-    // expanded. Its own children may be added to it meanwhile (they are
-    // expanded with it). The view owns the item until then.
-    bool AddFolder(QTreeWidgetItem* parent, QTreeWidgetItem* item);
-    // One announced message: its row, its folder (may be null) made current
-    // and labelled with `count`.
-    bool AddMessage(QTreeWidgetItem* folder, const QString& subject, const QString& number,
+    // A new folder `id` below `parentId`: it goes into the tree after the
+    // folders waiting before it, and its parent is expanded.
+    bool AddFolder(unsigned long long parentId, unsigned long long id, const QString& name);
+    // One announced message: its row, its folder made current and labelled
+    // with `count`.
+    bool AddMessage(unsigned long long folderId, const QString& subject, const QString& number,
                     unsigned long long count, bool hasAttachments, int priority, int labelState);
     // The message list is to be emptied; rows waiting for it go too.
     bool ClearList();
     // One step of the progress bar.
     bool AddProgressStep();
     bool IsEmpty() const;
-    // Forgets everything waiting (the widgets it refers to are going); the
-    // folder items not yet in the tree are deleted.
+    // Forgets everything waiting.
     void Clear();
+
+    // Where Apply puts the folders: makes the item of folder `id` below the
+    // item of `parentId` (or null when there is none) and returns it.
+    using FolderMaker = std::function<QTreeWidgetItem*(unsigned long long parentId,
+                                                       unsigned long long id, const QString& name)>;
     // Shows everything waiting: the new folders, the labels, the current
     // folder, the list emptied if asked, the rows (the list scrolled to the
-    // last one) and the progress steps. `bar` may be null; its steps are
-    // then dropped.
-    void Apply(QTreeWidget* folders, QTreeWidget* list, QProgressBar* bar);
+    // last one) and the progress steps. `items` are the folders' items,
+    // which the new ones join. `bar` may be null; its steps are then dropped.
+    void Apply(const FolderMaker& makeFolder, QHash<unsigned long long, QTreeWidgetItem*>& items,
+               QTreeWidget* folders, QTreeWidget* list, QProgressBar* bar);
 
 private:
     struct Row {
@@ -93,10 +100,12 @@ private:
         QString number;
         bool hasAttachments;
         int priority;
+        int index;
     };
     struct Folder {
-        QTreeWidgetItem* parent;
-        QTreeWidgetItem* item;
+        unsigned long long parentId;
+        unsigned long long id;
+        QString name;
     };
     // A label change: the count, and whether the label already ends in one.
     struct LabelStep {
@@ -109,8 +118,8 @@ private:
         // The label changes of each folder announced since the last Apply,
         // in order; a change that cuts the count before it replaces the one
         // before, as it would on the label.
-        QHash<QTreeWidgetItem*, QVector<LabelStep>> labels;
-        QTreeWidgetItem* currentFolder = nullptr;
+        QHash<unsigned long long, QVector<LabelStep>> labels;
+        unsigned long long currentFolder = 0;
         bool clearList = false;
         int steps = 0;
         bool IsEmpty() const;

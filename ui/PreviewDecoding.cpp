@@ -1,9 +1,8 @@
 #include "ui/PreviewDecoding.h"
 #include "scanner/FileAccess.h"
-#include "scanner/Globals.h"
 #include "scanner/MimePasses.h"
-#include "scanner/Records.h"
 #include "scanner/ScaningThread.h"
+#include "scanner/Store.h"
 
 #include <QFile>
 #include <QSet>
@@ -45,8 +44,8 @@ QString FitName(const QString& prefix, const QString& stem, const QString& tail,
     return prefix + stem.left(lo) + tail;
 }
 
-QTextCodec* BodyCodec(const char* charset) {
-    QTextCodec* codec = CodecForCharset(QString::fromLatin1(charset ? charset : ""));
+QTextCodec* BodyCodec(const QByteArray& charset) {
+    QTextCodec* codec = CodecForCharset(QString::fromLatin1(charset));
     return codec ? codec : QTextCodec::codecForName("UTF-8");
 }
 
@@ -104,15 +103,15 @@ private:
 
 } // namespace
 
-QString DecodeBodyRange(const QString& path, qint64 start, qint64 end, const char* encoding,
-                        const char* charset) {
+QString DecodeBodyRange(const QString& path, qint64 start, qint64 end, const QByteArray& encoding,
+                        const QByteArray& charset) {
     QFile file;
     if (end <= start || !OpenStoreFile(file, path))
         return QString();
     QTextCodec* codec = BodyCodec(charset);
-    if (!encoding)
+    if (encoding.isNull())
         return codec->toUnicode(JoinedLines(file, start, end));
-    const QByteArray name = QByteArray(encoding).trimmed().toLower();
+    const QByteArray name = encoding.trimmed().toLower();
     if (name == "quoted-printable")
         return codec->toUnicode(
             ScaningThread::QDecode(QString::fromLatin1(JoinedLines(file, start, end))));
@@ -164,20 +163,15 @@ QStringList AttachmentFileNames(const QStringList& names, int limit) {
     return files;
 }
 
-QString AttachmentFolder() {
-    const QString tmp = pellomar::TempDir();
-    return tmp.isEmpty() ? QString() : tmp + QStringLiteral("/sys_mail_att");
-}
-
-QStringList WriteAttachments(const MailItem* item, const QString& folder) {
+QStringList WriteAttachments(const MailItem& item, const QString& folder) {
     QStringList shown;
-    for (const AttachmentEntry* a = item->pAttachHead; a; a = a->pNext)
-        shown << Utf16Text(a->pName, a->ulNameSize);
-    const bool made = pellomar::MakePrivateFolder(folder);
+    for (const AttachmentEntry& a : item.attachments)
+        shown << a.name;
+    const bool made = !folder.isEmpty() && pellomar::MakePrivateFolder(folder);
     const long nameMax = made ? pathconf(QFile::encodeName(folder).constData(), _PC_NAME_MAX) : -1;
     const QStringList names = AttachmentFileNames(shown, nameMax > 0 ? int(nameMax) : 255);
-    int position = 0;
-    for (const AttachmentEntry* a = item->pAttachHead; made && a; a = a->pNext, ++position) {
+    for (int position = 0; made && position < item.attachments.size(); ++position) {
+        const AttachmentEntry& a = item.attachments.at(position);
         const int fd = pellomar::CreatePrivateFile(folder + QLatin1Char('/') + names.at(position));
         FILE* out = fd < 0 ? nullptr : fdopen(fd, "w");
         if (!out) {
@@ -186,24 +180,23 @@ QStringList WriteAttachments(const MailItem* item, const QString& folder) {
             continue;
         }
         Base64Sink sink(out);
-        if (a->pPartFile && a->ucDecodedPart) {
+        if (!a.partFile.isEmpty() && a.decoded) {
             // Mail's decoded copy: copied as it is.
             QFile part;
-            if (OpenStoreFile(part, Utf16Text(a->pPartFile, a->ulPartFileSize), false)) {
+            if (OpenStoreFile(part, a.partFile, false)) {
                 QByteArray chunk;
                 while (!(chunk = part.read(65536)).isEmpty())
                     fwrite(chunk.constData(), 1, size_t(chunk.size()), out);
             }
-        } else if (a->pPartFile) {
+        } else if (!a.partFile.isEmpty()) {
             // A detached part: its whole file is the body.
             QFile part;
-            if (OpenStoreFile(part, Utf16Text(a->pPartFile, a->ulPartFileSize)))
+            if (OpenStoreFile(part, a.partFile))
                 while (!part.atEnd())
                     sink.add(part.readLine(65536));
         } else {
             QFile message;
-            if (OpenStoreFile(message, Utf16Text(item->pPath, item->ulPathSize)) &&
-                message.seek(a->llStart)) {
+            if (OpenStoreFile(message, item.path) && message.seek(a.llStart)) {
                 // The first line is always read; the end of a level's last part
                 // is a length, not a position, and may lie before the start.
                 QByteArray chunk;
@@ -211,7 +204,7 @@ QStringList WriteAttachments(const MailItem* item, const QString& folder) {
                     chunk = message.readLine(65536);
                     sink.add(chunk);
                 } while (!chunk.isEmpty() && !chunk.endsWith('\n'));
-                while (!message.atEnd() && message.pos() < a->llEnd)
+                while (!message.atEnd() && message.pos() < a.llEnd)
                     sink.add(message.readLine(65536));
             }
         }

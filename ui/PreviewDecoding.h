@@ -2,6 +2,7 @@
 // What the preview reads back from a message file: the text of a body range
 // and the decoded attachments. QtCore only, so it is tested without a window.
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
@@ -10,8 +11,8 @@ struct MailItem;
 // The text of the body range [start, end) of a message file, decoded by its
 // transfer encoding (null: none) and charset. Empty when the file cannot be
 // read.
-QString DecodeBodyRange(const QString& path, qint64 start, qint64 end, const char* encoding,
-                        const char* charset);
+QString DecodeBodyRange(const QString& path, qint64 start, qint64 end, const QByteArray& encoding,
+                        const QByteArray& charset);
 
 // A file name made from a name found in mail: no folder separators, no
 // control characters, never "." or "..".
@@ -23,11 +24,7 @@ QString SafeFileName(const QString& name);
 // ignored ("1"+"0a.txt" and "10"+"a.txt": the later becomes "10a (2).txt").
 QStringList AttachmentFileNames(const QStringList& names, int limit);
 
-// Folder that holds the decoded attachments of the message shown; empty
-// when there is no folder for temporary files.
-QString AttachmentFolder();
-
 // Decodes every attachment of the message into `folder` (made private when
 // missing), each into a new file (mode 0600) named by AttachmentFileNames.
 // Returns the file names, in list order.
-QStringList WriteAttachments(const MailItem* item, const QString& folder);
+QStringList WriteAttachments(const MailItem& item, const QString& folder);

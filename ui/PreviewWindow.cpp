@@ -1,10 +1,6 @@
 #include "ui/PreviewWindow.h"
-#include "app/SelectData.h"
-#include "export/EmlxExport.h"
-#include "export/SaveTimeStamp.h"
-#include "scanner/FileAccess.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
+#include "export/ExportJob.h"
+#include "scanner/MailPaths.h"
 #include "scanner/ScaningThread.h"
 #include "ui/ExportOptions.h"
 #include "ui/MessageList.h"
@@ -21,6 +17,7 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDesktopServices>
+#include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QHeaderView>
@@ -40,13 +37,7 @@
 #include <QTreeWidgetItemIterator>
 #include <QUrl>
 
-#include <unistd.h>
-
 #include "ui_ProgressDialog.h"
-
-PreviewWindow* pPreviewWindow = nullptr;
-QAction* m_pOpenFile = nullptr;
-int closeevent = 0;
 
 namespace {
 
@@ -64,12 +55,38 @@ void ShowElided(QTextEdit* field, const QString& fullText, const QFontMetrics& m
 
 } // namespace
 
-PreviewWindow::PreviewWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui::MainWindowUi) {
+// A folder of the tree. Its tick box shows the tick state the window's store
+// keeps for the folder, and a click on it changes that state: the item keeps
+// no state of its own.
+class FolderTreeItem : public QTreeWidgetItem {
+public:
+    FolderTreeItem(PreviewWindow* window, unsigned long long id)
+        : QTreeWidgetItem(UserType), m_window(window), m_id(id) {}
+
+    QVariant data(int column, int role) const override {
+        if (column == ColName && role == Qt::CheckStateRole)
+            return m_window->FolderCheckState(m_id);
+        return QTreeWidgetItem::data(column, role);
+    }
+    void setData(int column, int role, const QVariant& value) override {
+        if (column == ColName && role == Qt::CheckStateRole) {
+            m_window->LeftTreeWidgetItem(this, Qt::CheckState(value.toInt()));
+            return;
+        }
+        QTreeWidgetItem::setData(column, role, value);
+    }
+
+private:
+    PreviewWindow* m_window;
+    unsigned long long m_id;
+};
+
+PreviewWindow::PreviewWindow(QWidget* parent)
+    : QMainWindow(parent), m_resources(ResourcePaths::FromApplication()),
+      m_privateDir(QDir::tempPath() + QStringLiteral("/pellomar-XXXXXX")),
+      ui(new Ui::MainWindowUi) {
     Q_INIT_RESOURCE(images);
     ui->setupUi(this);
-    pPreviewWindow = this;
-    pMainWindow = this;
-    bProcessRunning = false;
     OnInitialize();
     CreateLeftDockWindows();
     const QRect desktop = QGuiApplication::primaryScreen()->availableGeometry();
@@ -84,22 +101,18 @@ PreviewWindow::PreviewWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui::
 }
 
 PreviewWindow::~PreviewWindow() {
-    if (pMainWindow == this)
-        pMainWindow = nullptr;
-    if (pPreviewWindow == this)
-        pPreviewWindow = nullptr;
-    // An idle worker goes with the window. A running one may be inside a call
-    // to this window, so it is only asked to stop.
-    if (m_pScaningThread && m_pScaningThread->isRunning())
-        bStopFlag = true;
-    else
+    // A running job reads what this window owns: it is stopped and waited for.
+    if (m_pScaningThread) {
+        m_pScaningThread->bStopFlag = true;
+        m_pScaningThread->wait();
         delete m_pScaningThread;
-    delete m_pSelectData;
+    }
     delete ui;
 }
 
 void PreviewWindow::OnInitialize() {
     m_pTextBrowser = new TextBrowser(this);
+    m_pTextBrowser->m_strPrivateDir = m_privateDir.path();
     m_pTextBrowser->SetWindowLayout();
     m_pTextBrowser->hide();
     CreateMenu();
@@ -264,16 +277,14 @@ void PreviewWindow::CreateLeftDockWindows() {
 }
 
 void PreviewWindow::ConnectSignals() {
-    m_pSelectData = new SelectData(nullptr);
-    connect(m_pSelectData, &SelectData::StartScanning, this, &PreviewWindow::OnStartScanning);
-    m_pSelectData->show();
-
-    InstallEmlxExport();
     m_pScaningThread = new ScaningThread(nullptr);
     m_pInitialProcessInfo = new QInitialProcessInfo(this);
-    // The announcements of each message go straight into the pending view,
-    // on the scan's thread: the window is woken once for all that arrive
-    // before it next shows them, not twice for every message.
+    // The announcements of each folder and message go straight into the
+    // pending view, on the scan's thread, in the order they are made: the
+    // window is woken once for all that arrive before it next shows them,
+    // not twice for every message.
+    connect(m_pScaningThread, &ScaningThread::NewFolder, this, &PreviewWindow::LeftTreeView,
+            Qt::DirectConnection);
     connect(m_pScaningThread, &ScaningThread::ClearLeftTree, this, &PreviewWindow::OnClearLeftTree,
             Qt::DirectConnection);
     connect(m_pScaningThread, &ScaningThread::NewItem, this, &PreviewWindow::OnNewItem,
@@ -289,59 +300,46 @@ void PreviewWindow::ConnectSignals() {
     connect(m_pScaningThread, &ScaningThread::CurrentValue, this, &PreviewWindow::SetProgressValue,
             Qt::DirectConnection);
     connect(m_pScaningThread, &ScaningThread::FinishScaning, this, &PreviewWindow::OnFinishScaning);
+    connect(m_pScaningThread, &QThread::finished, this, &PreviewWindow::OnThreadFinished);
     connect(m_pTextBrowser->ui->comBoxAttch, QOverload<int>::of(&QComboBox::activated), this,
             &PreviewWindow::OnIndexChange);
 }
 
 // ---- folders and messages --------------------------------------------------
 
+// A new folder of the scan. It may be called on the scan's thread; the
+// folder joins the tree with the next showing of the scan's view, in order.
 void PreviewWindow::LeftTreeView(unsigned long long parentId, unsigned long long id, QString name) {
-    if (QThread::currentThread() != thread()) {
-        QMetaObject::invokeMethod(
-            this, [this, parentId, id, name] { AddFolderItem(parentId, id, name); },
-            Qt::BlockingQueuedConnection);
-        return;
-    }
-    AddFolderItem(parentId, id, name);
+    if (m_pendingScanView.AddFolder(parentId, id, name))
+        SchedulePendingScanView();
 }
 
-void PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long long id,
-                                  const QString& name) {
+QTreeWidgetItem* PreviewWindow::AddFolderItem(unsigned long long parentId, unsigned long long id,
+                                              const QString& name) {
     if (m_pLeftTreeWidget->topLevelItemCount() == 0) {
-        auto* root = new QTreeWidgetItem(m_pLeftTreeWidget);
+        auto* root = new FolderTreeItem(this, llRootId);
         root->setFont(ColName, ItemFont());
         root->setSizeHint(ColName, QSize(22, 22));
         root->setText(ColName, QStringLiteral("Mailbox"));
         root->setText(ColId, QString::number(llRootId));
         root->setText(ColParentId, QStringLiteral("0"));
-        root->setCheckState(ColName, Qt::Unchecked);
-        root->setText(ColTickCode, QString::number(kNotTicked));
+        m_pLeftTreeWidget->addTopLevelItem(root);
         root->setExpanded(true);
-        AppendFolderRecord(0, llRootId, root, kNotTicked);
+        m_folderItems.insert(llRootId, root);
     }
-    if (m_pLeftTreeWidget->topLevelItemCount() == 0)
-        return;
     QTreeWidgetItem* parentItem = FolderItem(parentId);
-    QTreeWidgetItem* item = nullptr;
-    if (parentItem) {
-        item = new QTreeWidgetItem;
-        item->setFont(ColName, ItemFont());
-        item->setSizeHint(ColName, QSize(22, 22));
-        item->setText(ColName, name);
-        item->setText(ColId, QString::number(id));
-        item->setText(ColParentId, QString::number(parentId));
-        item->setCheckState(ColName, Qt::Unchecked);
-        item->setText(ColTickCode, QString::number(kNotTicked));
-        item->setIcon(ColName, ListIcon(ListIconKind::Folder));
-        // A folder whose parent is still waiting goes in with it.
-        if (parentItem->treeWidget()) {
-            if (m_pendingScanView.AddFolder(parentItem, item))
-                SchedulePendingScanView();
-        } else {
-            parentItem->addChild(item);
-        }
-    }
-    AppendFolderRecord(parentId, id, item, kTickUnset);
+    if (!parentItem)
+        return nullptr;
+    auto* item = new FolderTreeItem(this, id);
+    item->setFont(ColName, ItemFont());
+    item->setSizeHint(ColName, QSize(22, 22));
+    item->setText(ColName, name);
+    item->setText(ColId, QString::number(id));
+    item->setText(ColParentId, QString::number(parentId));
+    item->setIcon(ColName, ListIcon(ListIconKind::Folder));
+    parentItem->addChild(item);
+    parentItem->setExpanded(true);
+    return item;
 }
 
 // Empties the message list, with the next showing of the scan's rows: a
@@ -352,11 +350,11 @@ void PreviewWindow::OnClearLeftTree() {
         SchedulePendingScanView();
 }
 
-void PreviewWindow::OnNewItem(QString subject, QString number, void* folderItem, unsigned long long,
+void PreviewWindow::OnNewItem(QString subject, QString number, unsigned long long folderId,
                               unsigned long long count, bool hasAttachments, int priority,
                               int labelState) {
-    if (m_pendingScanView.AddMessage(static_cast<QTreeWidgetItem*>(folderItem), subject, number,
-                                     count, hasAttachments, priority, labelState))
+    if (m_pendingScanView.AddMessage(folderId, subject, number, count, hasAttachments, priority,
+                                     labelState))
         SchedulePendingScanView();
 }
 
@@ -374,31 +372,30 @@ void PreviewWindow::ShowPendingScanView() {
     m_pendingScanTimer.stop();
     if (m_pendingScanView.IsEmpty())
         return;
-    m_pendingScanView.Apply(m_pLeftTreeWidget, m_pCenterTreeWidget,
-                            m_pProgressInfo ? m_pProgressInfo->ui->ProgressBar : nullptr);
+    m_pendingScanView.Apply(
+        [this](unsigned long long parentId, unsigned long long id, const QString& name) {
+            return AddFolderItem(parentId, id, name);
+        },
+        m_folderItems, m_pLeftTreeWidget, m_pCenterTreeWidget,
+        m_pProgressInfo ? m_pProgressInfo->ui->ProgressBar : nullptr);
 }
 
 void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
     ShowPendingScanView();
     if (!item)
         return;
-    // A click on the tick box has already changed the check state; the code
-    // in column 7 still holds the old one.
-    const unsigned code = item->text(ColTickCode).toUInt();
-    const Qt::CheckState state = item->checkState(ColName);
-    if ((state == Qt::Checked && code != kTicked) || (state == Qt::Unchecked && code != kTickUnset))
-        LeftTreeWidgetItem(item);
     ClearPreview();
     m_pCenterTreeWidget->clear();
-    const FldrAtrib* folder =
-        FindFolderRecord(item->text(ColId).toULongLong(), item->text(ColParentId).toULongLong());
-    if (!folder || !folder->pFirstMail)
+    const FldrAtrib* folder = m_store.Folder(item->text(ColId).toULongLong());
+    if (!folder || folder->messages.empty())
         return;
     QList<QTreeWidgetItem*> rows;
-    for (const MailItem* m = folder->pFirstMail; m; m = m->pNext)
-        rows.append(NewMessageRow(Utf16Text(m->pSubject, m->ulSubjectSize),
-                                  QString::number(m->ullNumber), m->pAttachTail != nullptr,
-                                  m->iPriority));
+    rows.reserve(int(folder->messages.size()));
+    for (size_t i = 0; i < folder->messages.size(); ++i) {
+        const MailItem& m = folder->messages[i];
+        rows.append(NewMessageRow(m.subject, QString::number(m.ullNumber), m.HasAttachments(),
+                                  m.iPriority, int(i)));
+    }
     m_pCenterTreeWidget->addTopLevelItems(rows);
     // The first message is selected and shown.
     QTreeWidgetItem* row = m_pCenterTreeWidget->topLevelItem(0);
@@ -408,7 +405,68 @@ void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
 }
 
 void PreviewWindow::CleanListAndHash() {
-    FreeAllFolderRecords();
+    m_store = Store();
+}
+
+void PreviewWindow::ShowStore(Store store) {
+    m_pendingScanTimer.stop();
+    m_pendingScanView.Clear();
+    m_pLeftTreeWidget->clear();
+    m_pCenterTreeWidget->clear();
+    m_folderItems.clear();
+    ClearPreview();
+    m_store = std::move(store);
+    for (const FldrAtrib& f : m_store.Folders())
+        if (f.ullId != llRootId)
+            if (QTreeWidgetItem* item = AddFolderItem(f.ullParentId, f.ullId, f.name))
+                m_folderItems.insert(f.ullId, item);
+    SetFileActionsEnabled(true, !m_store.IsEmpty());
+}
+
+// Takes over the store of the scan that has just ended (completely or
+// stopped), once.
+void PreviewWindow::AdoptScannedStore() {
+    if (!m_scanJob || !IsPreview)
+        return;
+    m_store = std::move(m_scanJob->store);
+    m_scanJob.reset();
+}
+
+void PreviewWindow::OnThreadFinished() {
+    ShowPendingScanView();
+    if (!m_scanJob)
+        return;
+    // A scan that was stopped: what it found stays and can be saved.
+    AdoptScannedStore();
+    if (m_pCenterTreeWidget->topLevelItemCount() == 0)
+        ShowLastFolder();
+}
+
+bool PreviewWindow::RunUnderWay() const {
+    return m_pScaningThread && (m_pScaningThread->bProcessRunning || m_pScaningThread->isRunning());
+}
+
+Qt::CheckState PreviewWindow::FolderCheckState(unsigned long long id) const {
+    const FldrAtrib* f = m_store.Folder(id);
+    if (!f || f->ucTickState == kNotTicked || f->ucTickState == kTickUnset)
+        return Qt::Unchecked;
+    return f->ucTickState == kTicked ? Qt::Checked : Qt::PartiallyChecked;
+}
+
+void PreviewWindow::LeftTreeWidgetItem(QTreeWidgetItem* item, Qt::CheckState state) {
+    // Only the user's clicks change ticks, and only between runs: an export
+    // reads the store meanwhile.
+    if (item && !RunUnderWay()) {
+        const TickCode code = state == Qt::Checked            ? kTicked
+                              : state == Qt::PartiallyChecked ? kPartlyTicked
+                                                              : kNotTicked;
+        m_store.SetTick(item->text(ColId).toULongLong(), code);
+    }
+    SetRecoverSelectedState();
+}
+
+void PreviewWindow::SetRecoverSelectedState() {
+    m_pLeftTreeWidget->viewport()->update();
 }
 
 // ---- preview -------------------------------------------------------------
@@ -432,99 +490,78 @@ void PreviewWindow::OnMessageSubjectChanged() {
     }
 }
 
+QString PreviewWindow::AttachmentFolder() const {
+    return m_privateDir.isValid() ? m_privateDir.filePath(QStringLiteral("sys_mail_att"))
+                                  : QString();
+}
+
 void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
     ClearPreview();
     // The decoded attachments of the previous message go first.
     const QString attachments = AttachmentFolder();
-    if (!attachments.isEmpty() && QFileInfo(attachments).isDir())
-        pellomar::RunShellCommand(QStringLiteral("rm -R ") + pellomar::ShellQuote(attachments));
+    if (!attachments.isEmpty())
+        QDir(attachments).removeRecursively();
     QTreeWidgetItem* folderItem = m_pLeftTreeWidget->currentItem();
     if (!item || !folderItem)
         return;
-    const FldrAtrib* folder = FindFolderRecord(folderItem->text(ColId).toULongLong(),
-                                               folderItem->text(ColParentId).toULongLong());
-    if (!folder)
+    const FldrAtrib* folder = m_store.Folder(folderItem->text(ColId).toULongLong());
+    const int index = MessageIndexOf(item);
+    if (!folder || index < 0 || size_t(index) >= folder->messages.size())
         return;
-    const quint64 number = item->text(ColNumber).toULongLong();
-    const MailItem* mail = folder->pFirstMail;
-    while (mail && mail->ullNumber != number)
-        mail = mail->pNext;
-    if (!mail)
-        return;
+    const MailItem& mail = folder->messages[size_t(index)];
     Ui::TextBrowserDlg* f = m_pTextBrowser->ui;
     const QFontMetrics metrics(f->subjBrowser->font());
     const int width = f->subjBrowser->width();
-    if (mail->pFrom) {
-        m_strFullFrom = Utf16Text(mail->pFrom, mail->ulFromSize);
+    if (!mail.from.isEmpty()) {
+        m_strFullFrom = mail.from;
         ShowElided(f->fromBrowser, m_strFullFrom, metrics, width);
     }
-    if (mail->pTo) {
-        m_strFullTo = QStringLiteral("To: ") + Utf16Text(mail->pTo, mail->ulToSize);
+    if (!mail.to.isEmpty()) {
+        m_strFullTo = QStringLiteral("To: ") + mail.to;
         ShowElided(f->toBrowser, m_strFullTo, metrics, width);
     }
-    if (mail->pSubject) {
-        m_strFullSubject = Utf16Text(mail->pSubject, mail->ulSubjectSize);
+    if (!mail.subject.isEmpty()) {
+        m_strFullSubject = mail.subject;
         ShowElided(f->subjBrowser, m_strFullSubject, metrics, width);
     }
-    if (mail->pDate)
-        f->dateBrowser->setText(QString::fromLatin1(mail->pDate, int(mail->ulDateSize)));
+    if (!mail.date.isNull())
+        f->dateBrowser->setText(QString::fromLatin1(mail.date));
 
     // The HTML body when there is one, otherwise the plain one.
-    const QString path = Utf16Text(mail->pPath, mail->ulPathSize);
-    if (mail->llHtmlStart && mail->llHtmlEnd) {
-        m_pTextBrowser->ShowBody(DecodeBodyRange(path, mail->llHtmlStart, mail->llHtmlEnd,
-                                                 mail->pTransferEncoding, mail->pHtmlCharset),
+    if (mail.llHtmlStart && mail.llHtmlEnd) {
+        m_pTextBrowser->ShowBody(DecodeBodyRange(mail.path, mail.llHtmlStart, mail.llHtmlEnd,
+                                                 mail.transferEncoding, mail.htmlCharset),
                                  true);
-    } else if (mail->llPlainStart && mail->llPlainEnd) {
-        m_pTextBrowser->ShowBody(DecodeBodyRange(path, mail->llPlainStart, mail->llPlainEnd,
-                                                 mail->pTransferEncoding, mail->pPlainCharset),
+    } else if (mail.llPlainStart && mail.llPlainEnd) {
+        m_pTextBrowser->ShowBody(DecodeBodyRange(mail.path, mail.llPlainStart, mail.llPlainEnd,
+                                                 mail.transferEncoding, mail.plainCharset),
                                  false);
     }
 
-    if (!mail->pAttachTail) {
+    if (!mail.HasAttachments()) {
         f->comBoxAttch->hide();
         return;
     }
     f->comBoxAttch->addItem(QStringLiteral("Attachment List"));
     f->comBoxAttch->show();
-    for (const AttachmentEntry* a = mail->pAttachHead; a; a = a->pNext)
-        f->comBoxAttch->addItem(ListIcon(ListIconKind::Attachment),
-                                Utf16Text(a->pName, a->ulNameSize));
+    for (const AttachmentEntry& a : mail.attachments)
+        f->comBoxAttch->addItem(ListIcon(ListIconKind::Attachment), a.name);
     m_attachmentFiles = WriteAttachments(mail, AttachmentFolder());
     // Showing the attachment list narrows the header fields: elide again
     // once the layout has settled.
     QTimer::singleShot(0, this, &PreviewWindow::ReElideHeaderFields);
 }
 
+bool PreviewWindow::OpenWithApplication(const QString& file) {
+    return QDesktopServices::openUrl(QUrl::fromLocalFile(file));
+}
+
 void PreviewWindow::OnIndexChange(int index) {
     if (index <= 0 || index > m_attachmentFiles.size())
         return;
-    const QString folder = AttachmentFolder();
-    if (folder.isEmpty())
-        return;
-    // The output file is made anew (mode 0600) before the shell writes to it.
-    const QString output = folder + QStringLiteral("/sys_mail_att");
-    const int out = pellomar::CreatePrivateFile(output);
-    if (out < 0)
-        return;
-    ::close(out);
-    pellomar::RunShellCommand(
-        QStringLiteral("xdg-open ") +
-        pellomar::ShellQuote(folder + QLatin1Char('/') + m_attachmentFiles.at(index - 1)) +
-        QStringLiteral(">& ") + pellomar::ShellQuote(output));
-    QString reason;
-    const int fd = pellomar::OpenRegularFile(output, &reason);
-    QFile result;
-    if (fd < 0 ||
-        !result.open(fd, QIODevice::ReadOnly | QIODevice::Text, QFileDevice::AutoCloseHandle)) {
-        if (fd >= 0)
-            ::close(fd);
-        return;
-    }
-    const QByteArray first = result.readLine();
-    // The first text is what macOS "open" prints, the second xdg-open's.
-    if (first.contains("No application knows how to open") ||
-        first.contains("no method available for opening"))
+    const QString file = AttachmentFolder() + QLatin1Char('/') + m_attachmentFiles.at(index - 1);
+    // The copy could not be written, or no application takes it.
+    if (!QFileInfo(file).isFile() || !OpenWithApplication(file))
         QMessageBox::information(this, QStringLiteral("Pellomar"),
                                  QStringLiteral("Unknown file format."), QMessageBox::Ok);
 }
@@ -539,29 +576,32 @@ void PreviewWindow::SetFileActionsEnabled(bool open, bool save) {
 }
 
 void PreviewWindow::OnStartScanning() {
-    if (bProcessRunning || m_pScaningThread->isRunning())
+    if (RunUnderWay())
         return; // a run is under way; its records are still in use
     m_pInitialProcessInfo->Start();
     m_pTextBrowser->ShowEmptyPage();
-    // The pending view points into the trees cleared here; what it holds of
+    // The pending view refers to the trees cleared here; what it holds of
     // an earlier run must not reach this run's progress bar either.
     m_pendingScanTimer.stop();
     m_pendingScanView.Clear();
     m_pLeftTreeWidget->clear();
     m_pCenterTreeWidget->clear();
+    m_folderItems.clear();
     m_pTextBrowser->ClearFields();
     CleanListAndHash();
     SetFileActionsEnabled(false, false);
+    ScanOptions options;
+    options.keepGoing = m_pExportOptions->Options().keepGoing;
+    options.m_strDefaultMailPath = DefaultMailPathFor(pellomar::ConsoleUserName());
+    m_scanJob = std::make_unique<ScanJob>(m_strInputfilepath, options);
+    m_pScaningThread->SetJob(m_scanJob.get());
     IsPreview = true;
-    bProcessRunning = true;
-    m_pScaningThread->m_options = m_pExportOptions->Options();
+    m_pScaningThread->bProcessRunning = true;
     m_pScaningThread->SetInitialSettings();
 }
 
 void PreviewWindow::OnOpenFile() {
-    m_pSelectData->DefaultDatabaseLocation();
-    m_pSelectData->show();
-    m_pSelectData->raise();
+    emit OpenFileRequested();
 }
 
 // The progress steps waiting in the pending view were made after this run
@@ -607,34 +647,37 @@ void PreviewWindow::SetProgressValue() {
 void PreviewWindow::OnFinishScaning() {
     ShowPendingScanView();
     m_pInitialProcessInfo->Stop();
-    if (!bProcessRunning) {
-        if (!bStopFlag) {
+    const bool stopped = m_pScaningThread->bStopFlag;
+    if (!m_pScaningThread->bProcessRunning) {
+        if (!stopped) {
             m_pSaveFile->setEnabled(true);
             m_pSaveFileMenu->setEnabled(true);
         }
         m_pOpenFile->setEnabled(true);
         m_pOpenFileMenu->setEnabled(true);
     }
-    if (bStopFlag)
+    if (stopped)
         return;
     if (m_pProgressInfo)
         m_pProgressInfo->hide();
     if (!IsPreview) {
-        for (FldrAtrib* f = StartFldrAtrib; f; f = f->pNext)
-            f->ucTickState = kNotTicked;
-        for (QTreeWidgetItemIterator it(m_pLeftTreeWidget); *it; ++it)
-            (*it)->setCheckState(ColName, Qt::Unchecked);
+        m_store.MarkDirToRootCheckedOrUnchecked(kNotTicked);
+        SetRecoverSelectedState();
         IsPreview = true;
-        const RunResult& result = m_pScaningThread->LastExport();
-        QString text = QStringLiteral("\nFile saved successfully at location ") + saveDir +
-                       PackageName(strTime);
-        if (result.HasLosses())
-            text += QLatin1Char('\n') + LossSummaryLine(result);
-        QImportWindow::Open(text);
+        const RunResult& result = m_exportRun->result;
+        // A package that could not be made has nothing to import.
+        if (result.ending != RunResult::Ending::Failed) {
+            QString text = QStringLiteral("\nFile saved successfully at location ") +
+                           m_exportRun->Job().Package();
+            if (result.HasLosses())
+                text += QLatin1Char('\n') + LossSummaryLine(result);
+            QImportWindow::Open(text, m_resources);
+        }
         ShowLossWarning(this, result, true);
         return;
     }
-    if (IsConverted) {
+    AdoptScannedStore();
+    if (m_store.IsConverted) {
         QMessageBox::information(nullptr, QStringLiteral("Vortiga"),
                                  QStringLiteral("File scan completed successfully."));
         m_pCenterTreeWidget->clear();
@@ -645,29 +688,30 @@ void PreviewWindow::OnFinishScaning() {
             QStringLiteral("Scanned file is either an invalid file or heavily damaged."));
         SetFileActionsEnabled(true, false);
     }
-    ShowLossWarning(this, m_pScaningThread->LastScan(), false);
+    ShowLossWarning(this, m_store.result, false);
     if (m_pProgressInfo)
         m_pProgressInfo->m_pMovie->stop();
 }
 
 void PreviewWindow::OnAbortSettings() {
-    if (!bProcessRunning) {
+    ScaningThread* t = m_pScaningThread;
+    if (!t->bProcessRunning) {
         if (m_pProgressInfo)
             m_pProgressInfo->hide();
-        if (bStopFlag) {
+        if (t->bStopFlag) {
             m_pSaveFile->setEnabled(true);
             m_pSaveFileMenu->setEnabled(true);
         }
         m_pOpenFile->setEnabled(true);
         m_pOpenFileMenu->setEnabled(true);
     }
-    if (bStopFlag) {
+    if (t->bStopFlag) {
         if (m_pProgressInfo)
             m_pProgressInfo->hide();
         QMessageBox::information(nullptr, QString(),
                                  QStringLiteral("Saving process aborted. Files saved partially."));
     }
-    bStopFlag = false;
+    t->bStopFlag = false;
 }
 
 void PreviewWindow::OnDisableToSave() {
@@ -688,9 +732,9 @@ void PreviewWindow::OnEnableToOpenFind() {
 
 // Selects the last folder of the scan and lists its messages, if it has any.
 void PreviewWindow::ShowLastFolder() {
-    const FldrAtrib* last = LastFolderRecord();
-    if (last && last->ullMsgCount && last->pTreeItem) {
-        auto* item = static_cast<QTreeWidgetItem*>(last->pTreeItem);
+    const FldrAtrib* last = m_store.EndFldrAtrib();
+    QTreeWidgetItem* item = last && last->MsgCount() ? FolderItem(last->ullId) : nullptr;
+    if (item) {
         m_pLeftTreeWidget->setCurrentItem(item);
         ShowindivisualMailItemsInfo(item, 0);
     }
@@ -700,7 +744,7 @@ void PreviewWindow::ShowLastFolder() {
 
 void PreviewWindow::OpenHelp() {
     QDesktopServices::openUrl(
-        QUrl::fromLocalFile(HelpFilePath + QStringLiteral("/PellomarHelp.html")));
+        QUrl::fromLocalFile(m_resources.HelpFilePath + QStringLiteral("/PellomarHelp.html")));
 }
 
 void PreviewWindow::OpenAboutProduct() {
@@ -716,7 +760,7 @@ void PreviewWindow::OpenAboutProduct() {
 }
 
 void PreviewWindow::OpenSupportLink(const QString& key) {
-    const QString link = ReadPlistStrings(strPlistPath).value(key);
+    const QString link = ReadPlistStrings(m_resources.strPlistPath).value(key);
     if (!link.isEmpty())
         QDesktopServices::openUrl(QUrl(link));
 }
@@ -737,7 +781,7 @@ void PreviewWindow::OnKnowledgebase() {
 // ---- window events --------------------------------------------------------
 
 void PreviewWindow::closeEvent(QCloseEvent* event) {
-    if (bProcessRunning) {
+    if (m_pScaningThread->bProcessRunning) {
         QMessageBox::warning(
             this, QStringLiteral("Pellomar"),
             QStringLiteral("Application Running !!\nPlease halt the current process to exit."),

@@ -1,6 +1,7 @@
 #include "ui/ProgressDialogs.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
+#include "export/ExportJob.h"
+#include "scanner/ScaningThread.h"
+#include "ui/PreviewWindow.h"
 #include "ui/QImportWindow.h"
 #include "ui_InitialDlg.h"
 #include "ui_ProgressDialog.h"
@@ -9,7 +10,8 @@
 #include <QMessageBox>
 #include <QMovie>
 
-QProgressInfo::QProgressInfo(QWidget* parent) : QDialog(parent), ui(new Ui::ProgressDialog) {
+QProgressInfo::QProgressInfo(PreviewWindow* window)
+    : QDialog(window), ui(new Ui::ProgressDialog), m_pWindow(window) {
     ui->setupUi(this);
     // Sheet is a window type, not a hint: or-ed onto Dialog it would make a Drawer.
     setWindowFlags((windowFlags() & ~Qt::WindowType_Mask) | Qt::Sheet);
@@ -38,20 +40,25 @@ bool QProgressInfo::ConfirmAbort() {
 void QProgressInfo::OnStop() {
     if (!ConfirmAbort())
         return;
-    bStopFlag = true;
-    bProcessRunning = false;
+    ScaningThread* thread = m_pWindow->m_pScaningThread;
+    thread->bStopFlag = true;
+    thread->bProcessRunning = false;
     hide();
-    if (!IsPreview) {
+    if (!m_pWindow->IsPreview) {
         emit EnableToOpenFind();
-        IsPreview = true;
+        m_pWindow->IsPreview = true;
         // Names the store folder (not the package) as the partial result.
-        QString store = QFileInfo(m_strInputfilepath).fileName();
+        const ExportJob& job = m_pWindow->m_exportRun->Job();
+        QString store = QFileInfo(job.m_strInputfilepath).fileName();
         store.remove(QStringLiteral(".pst"));
         m_pImportWindow = QImportWindow::Open(
-            QStringLiteral("\nProcess aborted. File saved partially at location ") + saveDir +
-            QStringLiteral("/") + store + QStringLiteral("_") + strTime + QStringLiteral(".rge"));
+            QStringLiteral("\nProcess aborted. File saved partially at location ") + job.saveDir +
+                QStringLiteral("/") + store + QStringLiteral("_") + job.strTime +
+                QStringLiteral(".rge"),
+            m_pWindow->m_resources);
     } else {
-        if (StartFldrAtrib)
+        m_pWindow->ShowPendingScanView();
+        if (m_pWindow->FolderItem(llRootId))
             emit DisableToSave();
         QMessageBox::information(nullptr, QStringLiteral("Vortiga"),
                                  QStringLiteral("Process aborted."));

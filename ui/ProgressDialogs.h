@@ -7,6 +7,7 @@
 
 class QMovie;
 class QImportWindow;
+class PreviewWindow;
 
 namespace Ui {
 class ProgressDialog;
@@ -16,12 +17,14 @@ class InitialDlg;
 class QProgressInfo : public QDialog {
     Q_OBJECT
 public:
-    explicit QProgressInfo(QWidget* parent = nullptr);
+    // A progress dialog over `window`, whose run it can stop.
+    explicit QProgressInfo(PreviewWindow* window);
     ~QProgressInfo() override;
 
     Ui::ProgressDialog* ui;
     QMovie* m_pMovie = nullptr;
     QPointer<QImportWindow> m_pImportWindow;
+    PreviewWindow* m_pWindow;
 
 signals:
     void OnAbort();

@@ -1,7 +1,8 @@
 #include "ui/QImportWindow.h"
-#include "scanner/Globals.h"
 #include "ui/PlistStrings.h"
 #include "ui_ImportMsgDlg.h"
+
+#include <QProcess>
 
 QImportWindow::QImportWindow(QWidget* parent) : QDialog(parent), ui(new Ui::ImportMsgDlg) {
     ui->setupUi(this);
@@ -12,8 +13,9 @@ QImportWindow::~QImportWindow() {
     delete ui;
 }
 
-QImportWindow* QImportWindow::Open(const QString& text) {
+QImportWindow* QImportWindow::Open(const QString& text, const ResourcePaths& resources) {
     auto* dlg = new QImportWindow;
+    dlg->m_resources = resources;
     connect(dlg->ui->OKButton, &QPushButton::clicked, dlg, &QImportWindow::HideDlg);
     dlg->HTImport();
     dlg->show();
@@ -22,13 +24,13 @@ QImportWindow* QImportWindow::Open(const QString& text) {
 }
 
 void QImportWindow::HTImport() {
-    const QMap<QString, QString> values = ReadPlistStrings(strPlistPath);
-    const QString link =
-        QStringLiteral("file://") + HelpFilePath + values.value(QStringLiteral("HowToImportLink"));
+    const QMap<QString, QString> values = ReadPlistStrings(m_resources.strPlistPath);
+    const QString link = QStringLiteral("file://") + m_resources.HelpFilePath +
+                         values.value(QStringLiteral("HowToImportLink"));
     ui->ImportLabel->setText(QStringLiteral("<a href=\"") + link + QStringLiteral("\">") +
                              values.value(QStringLiteral("HowToImport")).toHtmlEscaped() +
                              QStringLiteral("</a>"));
-    if (!strDefaultBrowser.isEmpty()) {
+    if (!m_resources.strDefaultBrowser.isEmpty()) {
         connect(ui->ImportLabel, &QLabel::linkActivated, this, &QImportWindow::BrowserForImport);
     } else {
         ui->ImportLabel->setOpenExternalLinks(true);
@@ -39,8 +41,9 @@ void QImportWindow::HTImport() {
 }
 
 void QImportWindow::BrowserForImport(QString link) {
-    pellomar::RunShellCommand(QStringLiteral("open -a ") + pellomar::ShellQuote(strDefaultBrowser) +
-                              QStringLiteral(" ") + pellomar::ShellQuote(link));
+    // The browser is started directly, with the link as its argument.
+    QProcess::startDetached(QStringLiteral("open"),
+                            {QStringLiteral("-a"), m_resources.strDefaultBrowser, link});
 }
 
 void QImportWindow::HideDlg() {

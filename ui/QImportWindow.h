@@ -2,6 +2,8 @@
 // Tells where the archive package was written, with a link to the help page
 // that explains how to import it into Outlook 2011 for Mac.
 
+#include "ui/ResourcePaths.h"
+
 #include <QDialog>
 
 namespace Ui {
@@ -14,12 +16,14 @@ public:
     explicit QImportWindow(QWidget* parent = nullptr);
     ~QImportWindow() override;
 
-    // Creates the dialog, shows it and puts the text into "InfoLabels".
-    static QImportWindow* Open(const QString& text);
+    // Creates the dialog, shows it and puts the text into "InfoLabels"; the
+    // help link comes from `resources`.
+    static QImportWindow* Open(const QString& text, const ResourcePaths& resources);
 
     void HTImport();
     void BrowserForImport(QString link);
     void HideDlg();
 
     Ui::ImportMsgDlg* ui;
+    ResourcePaths m_resources;
 };

@@ -25,7 +25,9 @@ QString LossSummaryLine(const RunResult& r) {
     if (!r.unwritten.isEmpty())
         parts << Count(quint64(r.unwritten.size()), "message", "messages") +
                      QStringLiteral(" could not be written");
-    if (r.EndedAtFile())
+    if (r.ending == RunResult::Ending::Failed)
+        parts << QStringLiteral("stopped: ") + r.reason;
+    else if (r.EndedAtFile())
         parts << QStringLiteral("ended at an unreadable file");
     if (r.converted)
         parts << Count(r.converted, "message", "messages") +
@@ -39,8 +41,9 @@ QString LossSummaryLine(const RunResult& r) {
 QString LossDetails(const RunResult& r) {
     QStringList lines;
     if (r.EndedAtFile())
-        lines << QStringLiteral("Ended at: ") + r.file + QStringLiteral(" (") + r.reason +
-                     QLatin1Char(')');
+        lines << QLatin1String(r.ending == RunResult::Ending::Failed ? "Stopped at: "
+                                                                     : "Ended at: ") +
+                     r.file + QStringLiteral(" (") + r.reason + QLatin1Char(')');
     for (const RunResult::Skipped& s : r.skipped)
         lines << QStringLiteral("Skipped: ") + s.path + QStringLiteral(" (") + s.reason +
                      QLatin1Char(')');
@@ -61,7 +64,12 @@ QString LossDetails(const RunResult& r) {
 void ShowLossWarning(QWidget* parent, const RunResult& r, bool save) {
     const char* done = save ? "written" : "scanned";
     QString text, info;
-    if (r.EndedAtFile()) {
+    if (r.ending == RunResult::Ending::Failed) {
+        text = QStringLiteral("The ") + QLatin1String(save ? "save" : "scan") +
+               QStringLiteral(" stopped at:\n") + r.file + QStringLiteral("\n(") + r.reason +
+               QStringLiteral(")\n\n") + Count(r.notDone, "message was", "messages were") +
+               QStringLiteral(" not ") + QLatin1String(done) + QLatin1Char('.');
+    } else if (r.EndedAtFile()) {
         text = QStringLiteral("The ") + QLatin1String(save ? "save" : "scan") +
                QStringLiteral(" ended at a file that could not be read:\n") + r.file +
                QStringLiteral("\n(") + r.reason + QStringLiteral(")\n\n") +

@@ -1,8 +1,6 @@
 // The Save command: checks that something is ticked, asks where to save,
-// settles the package name and starts the worker in export mode.
-#include "export/SaveTimeStamp.h"
-#include "scanner/Globals.h"
-#include "scanner/Records.h"
+// settles the package name and starts the worker on the export.
+#include "export/ExportJob.h"
 #include "scanner/ScaningThread.h"
 #include "ui/ExportOptions.h"
 #include "ui/PreviewWindow.h"
@@ -20,16 +18,26 @@ QString PreviewWindow::AskForSaveDirectory() {
         QFileDialog::ShowDirsOnly | QFileDialog::DontResolveSymlinks);
 }
 
+void PreviewWindow::StartExport(const QString& destination, const QDateTime& when) {
+    // The export's progress steps go to its own bar.
+    ShowPendingScanView();
+    m_exportRun = std::make_unique<ExportRun>(
+        m_store, ExportJob::Ticked(m_store, destination, when, m_pExportOptions->Options()));
+    m_pScaningThread->SetJob(m_exportRun.get());
+    IsPreview = false;
+    m_pScaningThread->SetInitialSettings();
+}
+
 void PreviewWindow::OnSavingFiles() {
-    if (!StartFldrAtrib ||
-        (StartFldrAtrib->ucTickState != kTicked && StartFldrAtrib->ucTickState != kPartlyTicked)) {
+    const FldrAtrib* root = m_store.StartFldrAtrib();
+    if (!root || (root->ucTickState != kTicked && root->ucTickState != kPartlyTicked)) {
         QMessageBox::information(nullptr, QStringLiteral("Pellomar"),
                                  QStringLiteral("Select a folder to save."), QMessageBox::Ok);
         return;
     }
-    if (bProcessRunning || m_pScaningThread->isRunning())
+    if (RunUnderWay())
         return;
-    strTime = MakeSaveTimeStamp(QDateTime::currentDateTime());
+    const QDateTime when = QDateTime::currentDateTime();
     saveDir = AskForSaveDirectory();
     if (saveDir.isEmpty())
         return;
@@ -43,14 +51,10 @@ void PreviewWindow::OnSavingFiles() {
                                  QMessageBox::Ok);
         return;
     }
-    mainIdentity = PackageName(strTime);
-    const QString target = saveDir + mainIdentity;
+    const QString target = ExportJob::Ticked(m_store, saveDir, when, {}).Package();
     if (!QFileInfo::exists(target)) {
         SetFileActionsEnabled(false, false);
-        ShowPendingScanView(); // the export's progress steps go to its own bar
-        IsPreview = false;
-        m_pScaningThread->m_options = m_pExportOptions->Options();
-        m_pScaningThread->SetInitialSettings();
+        StartExport(saveDir, when);
         return;
     }
     const auto answer = QMessageBox::warning(
@@ -58,11 +62,16 @@ void PreviewWindow::OnSavingFiles() {
         QStringLiteral("MBOX file already exists at this location, Do you want to replace it?"),
         QMessageBox::Yes | QMessageBox::No);
     if (answer == QMessageBox::Yes) {
-        pellomar::RunShellCommand(QStringLiteral("rm -r ") + pellomar::ShellQuote(target));
-        ShowPendingScanView();
-        IsPreview = false;
-        m_pScaningThread->m_options = m_pExportOptions->Options();
-        m_pScaningThread->SetInitialSettings();
+        // What cannot be removed would mix with the new package: nothing
+        // starts then.
+        if (!QDir(target).removeRecursively()) {
+            QMessageBox::warning(this, QStringLiteral("Pellomar"),
+                                 QStringLiteral("The existing package could not be removed:\n") +
+                                     target,
+                                 QMessageBox::Ok);
+            return;
+        }
+        StartExport(saveDir, when);
     } else {
         // The user has to choose Save again after picking another folder.
         saveDir = AskForSaveDirectory();

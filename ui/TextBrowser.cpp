@@ -1,6 +1,5 @@
 #include "ui/TextBrowser.h"
 #include "scanner/FileAccess.h"
-#include "scanner/Globals.h"
 #include "ui_TextBrowserDlg.h"
 
 #include <QFile>
@@ -42,11 +41,6 @@ void MakeOneLine(QTextEdit* edit) {
 }
 
 } // namespace
-
-QString EmptyPagePath() {
-    const QString tmp = pellomar::TempDir();
-    return tmp.isEmpty() ? QString() : tmp + QStringLiteral("/Tressaly.html");
-}
 
 TextBrowser::TextBrowser(QWidget* parent) : QWidget(parent), ui(new Ui::TextBrowserDlg) {
     ui->setupUi(this);
@@ -109,6 +103,11 @@ void TextBrowser::SetWindowLayout() {
     ShowEmptyPage();
 }
 
+QString TextBrowser::EmptyPagePath() const {
+    return m_strPrivateDir.isEmpty() ? QString()
+                                     : m_strPrivateDir + QStringLiteral("/Tressaly.html");
+}
+
 void TextBrowser::ShowEmptyPage() {
     const QString path = EmptyPagePath();
     if (path.isEmpty())
@@ -141,7 +140,7 @@ void TextBrowser::ShowBody(const QString& text, bool html) {
                                            : QStringLiteral("text/plain;charset=UTF-8"));
         return;
     }
-    const QString tmp = pellomar::TempDir();
+    const QString tmp = m_strPrivateDir;
     if (tmp.isEmpty())
         return;
     const QString path =

@@ -24,9 +24,11 @@ public:
     // Clears the four header fields and the attachment list, and hides it.
     void ClearFields();
 
+    // Path of the empty page loaded before each preview.
+    QString EmptyPagePath() const;
+
     Ui::TextBrowserDlg* ui;
     QWebEngineView* m_pWebView = nullptr;
+    // The window's private folder, where the pages shown are written.
+    QString m_strPrivateDir;
 };
-
-// Path of the empty page loaded before each preview.
-QString EmptyPagePath();

@@ -1,0 +1,71 @@
+#pragma once
+// The export of ticked folders into an archive package that Outlook 2011
+// for Mac imports: the package folder with Contents/PkgInfo,
+// Contents/Info.plist and Archive.xml, and one mbox file per mailbox below
+// its Mail folder.
+
+#include "scanner/RunResult.h"
+#include "scanner/ScaningThread.h"
+
+#include <QDateTime>
+#include <QString>
+#include <QVector>
+
+#include <atomic>
+
+class RunProgress;
+class Store;
+
+// Everything an export needs besides the store's records.
+struct ExportJob {
+    QString m_strInputfilepath; // the store folder that was scanned
+    QString saveDir;            // the destination folder (no trailing slash)
+    QString strTime;            // the save's time stamp, "(5 Mar 2026,14-07-09)"
+    QString mainIdentity;       // "/Main Identity_" + strTime + ".rge"
+    QVector<quint64> selection; // the folders whose messages are written
+    RunOptions options;
+
+    // The package folder: saveDir + mainIdentity.
+    QString Package() const { return saveDir + mainIdentity; }
+    // A job for a save into `destination` at `when`, of the fully ticked
+    // folders of `store`.
+    static ExportJob Ticked(const Store& store, const QString& destination, const QDateTime& when,
+                            const RunOptions& options);
+};
+
+// Writes every message of the selected folders of `store`, in the store's
+// order, to the mbox file of its mailbox in the package; makes the package
+// first. Progress goes to `progress` (on the calling thread); `stop` is
+// looked at between messages, so a stop leaves whole messages only.
+RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& progress,
+                        const std::atomic<bool>& stop);
+
+// Makes the package `destination` + `mainIdentity` with Contents/PkgInfo,
+// Contents/Info.plist and Archive.xml (appended to when they exist). False
+// when a folder cannot be made or a file cannot be written whole; `file`
+// and `reason` then say which and why.
+bool CreateRGEWraper(const QString& destination, const QString& mainIdentity, QString* file,
+                     QString* reason);
+
+// The mbox file of the package `packagePath` that receives the message at
+// `messagePath` of the store `storePath`; its folders are made, and a new
+// file is created and given its Finder type. Empty when the folders or the
+// file cannot be made; `reason` then says why.
+QString PathExtractor(const QString& packagePath, const QString& messagePath,
+                      const QString& storePath, QString* reason);
+
+// An export as a job of the worker thread; `result` holds how it ended once
+// the run is over. The store must stay as it is until then.
+class ExportRun : public ThreadJob {
+public:
+    ExportRun(const Store& store, const ExportJob& job) : m_store(store), m_job(job) {}
+    void Run(RunProgress& progress, const std::atomic<bool>& stop) override {
+        result = EMLXConverter(m_store, m_job, progress, stop);
+    }
+    const ExportJob& Job() const { return m_job; }
+    RunResult result;
+
+private:
+    const Store& m_store;
+    const ExportJob m_job;
+};

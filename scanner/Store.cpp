@@ -1,0 +1,97 @@
+#include "scanner/Store.h"
+
+FldrAtrib* Store::Folder(quint64 id) {
+    return const_cast<FldrAtrib*>(static_cast<const Store*>(this)->Folder(id));
+}
+
+const FldrAtrib* Store::Folder(quint64 id) const {
+    // Identifiers are handed out in order from the root's on.
+    if (id < llRootId || id - llRootId >= m_folders.size())
+        return nullptr;
+    return &m_folders[size_t(id - llRootId)];
+}
+
+quint64 Store::MessageCount() const {
+    quint64 n = 0;
+    for (const FldrAtrib& f : m_folders)
+        n += f.MsgCount();
+    return n;
+}
+
+FldrAtrib* Store::AddFolder(quint64 parentId, quint64 id, const QString& name, FolderKind kind) {
+    if (m_folders.empty()) {
+        FldrAtrib root;
+        root.ullId = llRootId;
+        root.name = QStringLiteral("Mailbox");
+        root.kind = FolderKind::Root;
+        root.ucTickState = kNotTicked;
+        m_folders.push_back(std::move(root));
+    }
+    FldrAtrib* parent = Folder(parentId);
+    if (!parent || id != llRootId + m_folders.size())
+        return nullptr;
+    FldrAtrib f;
+    f.ullId = id;
+    f.ullParentId = parentId;
+    f.name = name;
+    f.path = parent->ullId == llRootId ? name : parent->path + QLatin1Char('/') + name;
+    f.kind = kind;
+    parent->children.append(id);
+    m_folders.push_back(std::move(f));
+    return &m_folders.back();
+}
+
+void Store::SetTick(quint64 id, TickCode code) {
+    FldrAtrib* f = Folder(id);
+    if (!f)
+        return;
+    if (f->ullId == llRootId) {
+        // A partly ticked root changes nothing.
+        if (code == kTicked || code == kNotTicked)
+            MarkDirToRootCheckedOrUnchecked(code);
+        return;
+    }
+    f->ucTickState = code;
+    if (code != kPartlyTicked)
+        MarkChildAccordingToParent(id, code);
+    MarkParentAccordingToChild(id);
+}
+
+void Store::MarkDirToRootCheckedOrUnchecked(quint8 state) {
+    for (FldrAtrib& f : m_folders)
+        f.ucTickState = state;
+}
+
+void Store::MarkChildAccordingToParent(quint64 id, quint8 state) {
+    QVector<quint64> ids{id};
+    for (int i = 0; i < ids.size(); ++i) {
+        const FldrAtrib* f = Folder(ids.at(i));
+        for (quint64 child : f->children) {
+            Folder(child)->ucTickState = state;
+            ids.append(child);
+        }
+    }
+}
+
+void Store::MarkParentAccordingToChild(quint64 id) {
+    for (const FldrAtrib* f = Folder(id); f && f->ullId != llRootId;) {
+        FldrAtrib* parent = Folder(f->ullParentId);
+        int ticked = 0, unticked = 0;
+        for (quint64 child : parent->children) {
+            const quint8 s = Folder(child)->ucTickState;
+            ticked += s == kTicked;
+            unticked += s == kNotTicked || s == kTickUnset;
+        }
+        const int n = parent->children.size();
+        parent->ucTickState = ticked == n ? kTicked : unticked == n ? kNotTicked : kPartlyTicked;
+        f = parent;
+    }
+}
+
+QVector<quint64> Store::TickedFolders() const {
+    QVector<quint64> ids;
+    for (const FldrAtrib& f : m_folders)
+        if (f.ucTickState == kTicked)
+            ids.append(f.ullId);
+    return ids;
+}
