@@ -7,6 +7,7 @@
 #include "scanner/FolderBuilder.h"
 #include "scanner/RunProgress.h"
 
+#include <QSet>
 #include <QThread>
 
 #include <deque>
@@ -18,6 +19,24 @@ namespace {
 bool IsMessageEntry(const FoundEntry& entry) {
     return !entry.path.isEmpty() && !entry.path.contains(kRssFeedMarker);
 }
+
+// Few distinct charsets and transfer encodings occur in a store: each
+// message's copy shares the bytes of the first one seen, so a large store
+// does not hold the same short texts many thousand times.
+class TextPool {
+public:
+    void Share(QByteArray& text) {
+        if (text.isNull())
+            return;
+        auto it = m_texts.constFind(text);
+        if (it == m_texts.constEnd())
+            it = m_texts.insert(text);
+        text = *it;
+    }
+
+private:
+    QSet<QByteArray> m_texts;
+};
 
 // Announces one attached message. The folder's label state is 0 for its
 // first announced message and 2 afterwards.
@@ -64,6 +83,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
                 pipeline.Submit(e.path);
         }
     };
+    TextPool pool;
     unsigned long long currentFolder = 0;
     QString lastFolderOf; // the folder (path up to the file name) of the last message
     quint64 taken = 0;    // message entries taken from the list so far
@@ -123,6 +143,8 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
         }
         item.path = line;
         item.ullNumber = MessageNumberValue(numberText);
+        for (QByteArray* text : {&item.plainCharset, &item.htmlCharset, &item.transferEncoding})
+            pool.Share(*text);
         folder->messages.push_back(std::move(item));
 
         // A message file that cannot be opened ends the scan; the record

@@ -248,8 +248,10 @@ void MessageFile::Release() {
     if (m_mapped)
         m_file.unmap(reinterpret_cast<uchar*>(const_cast<char*>(m_data)));
     m_mapped = false;
-    // The buffer of a file that was read (at most kReadWhole bytes) is kept
-    // for the next file this reader opens.
+    // The buffer of a file that was read is kept for the next file this
+    // reader opens, unless it is larger than most messages.
+    if (m_read.capacity() > kKeptBuffer)
+        m_read = QByteArray();
     m_data = nullptr;
     m_file.close();
 }

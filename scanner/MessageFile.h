@@ -133,6 +133,7 @@ public:
     // Reading a small file costs less than mapping it (no page faults, no
     // unmapping), and its buffer is used again for the next file.
     static constexpr qint64 kReadWhole = 4 * 1024 * 1024;
+    static constexpr int kKeptBuffer = 1024 * 1024;
 
     // The line's text contains the property-list trailer mark
     // "<?xml version="1.0" encoding="UTF-8"?>".

@@ -12,6 +12,7 @@
 #include <QStringList>
 #include <QVector>
 
+#include <deque>
 #include <optional>
 #include <vector>
 
@@ -70,8 +71,10 @@ struct FldrAtrib {
     quint8 ucTickState = kTickUnset; // a TickCode
     // 0 until the first message of the folder was announced, then 2.
     qint32 iLabelState = 0;
-    QVector<quint64> children;      // in order of creation
-    std::vector<MailItem> messages; // in the order the scan attached them
+    QVector<quint64> children; // in order of creation
+    // In the order the scan attached them. A deque grows without moving
+    // what it holds: no spare room or copy the size of a large folder.
+    std::deque<MailItem> messages;
 
     quint64 MsgCount() const { return messages.size(); }
 };
