@@ -49,4 +49,11 @@ QTextStream& Out();
 QTextStream& Err();
 
 // Exit codes.
-enum { ExitOk = 0, ExitFailure = 1, ExitUsage = 2, ExitIncomplete = 3, ExitInterrupted = 130 };
+enum {
+    ExitOk = 0,
+    ExitFailure = 1,
+    ExitUsage = 2,
+    ExitIncomplete = 3,
+    ExitFaults = 4,
+    ExitInterrupted = 130
+};

@@ -4,6 +4,7 @@
 #include "cli/Commands.h"
 #include "cli/RunReport.h"
 #include "export/ExportJob.h"
+#include "export/Verify.h"
 #include "scanner/Store.h"
 
 #include <QDateTime>
@@ -15,7 +16,7 @@ namespace {
 
 const char kExportUsage[] =
     "Usage: pellomar-cli export STORE DEST [--folder PATH]... [--keep-going]\n"
-    "                          [--keep-bytes] [--with-status] [--json]\n";
+    "                          [--keep-bytes] [--with-status] [--no-verify] [--json]\n";
 
 } // namespace
 
@@ -24,6 +25,7 @@ int RunExportCommand(const QStringList& args) {
     QStringList folders;
     RunOptions options;
     bool json = false;
+    bool verifyAfter = true;
     const QLatin1String folderEquals("--folder=");
     for (int i = 0; i < args.size(); ++i) {
         const QString& arg = args[i];
@@ -35,6 +37,8 @@ int RunExportCommand(const QStringList& args) {
             options.withStatus = true;
         } else if (arg == QLatin1String("--json")) {
             json = true;
+        } else if (arg == QLatin1String("--no-verify")) {
+            verifyAfter = false;
         } else if (arg == QLatin1String("--folder")) {
             if (i + 1 >= args.size()) {
                 Err() << "pellomar-cli export: --folder needs a folder path\n" << kExportUsage;
@@ -93,28 +97,8 @@ int RunExportCommand(const QStringList& args) {
     const int scanEnding = ReportEnding("export", store.result, "scanned");
 
     // The folders to export: all, or the named ones (their own messages).
-    if (folders.isEmpty()) {
-        store.MarkDirToRootCheckedOrUnchecked(kTicked);
-    } else {
-        QStringList valid;
-        for (const FldrAtrib& f : store.Folders())
-            if (f.ullId != llRootId)
-                valid << f.path;
-        const QSet<QString> validSet(valid.begin(), valid.end());
-        for (const QString& wanted : folders) {
-            if (!validSet.contains(wanted)) {
-                Err() << "pellomar-cli export: the store has no folder '" << wanted << "'\n"
-                      << "Folders of this store (as `pellomar-cli scan` shows them):\n";
-                for (const QString& v : valid)
-                    Err() << "  " << v << "\n";
-                return ExitUsage;
-            }
-        }
-        const QSet<QString> wantedSet(folders.begin(), folders.end());
-        for (const FldrAtrib& f : store.Folders())
-            store.Folder(f.ullId)->ucTickState =
-                f.ullId != llRootId && wantedSet.contains(f.path) ? kTicked : kNotTicked;
-    }
+    if (ChooseFolders(store, folders, "export").isEmpty() && !folders.isEmpty())
+        return ExitUsage;
 
     const ExportJob job = ExportJob::Ticked(store, QDir::cleanPath(dest.absoluteFilePath()),
                                             QDateTime::currentDateTime(), options);
@@ -130,15 +114,38 @@ int RunExportCommand(const QStringList& args) {
         ProgressBar bar;
         result = EMLXConverter(store, job, bar, InterruptGuard::StopFlag());
     }
-    if (json)
-        WriteExportJson(Out(), package, result);
-    else
+    // The package against the store: every message whole, in its folder.
+    VerifyResult verification;
+    const bool verified =
+        verifyAfter && !InterruptGuard::Interrupted() && result.ending != RunResult::Ending::Failed;
+    if (verified) {
+        VerifyJob check;
+        check.package = package;
+        check.m_strInputfilepath = job.m_strInputfilepath;
+        check.selection = job.selection;
+        check.keepBytes = job.options.keepBytes;
+        ProgressBar bar;
+        verification = Verify(store, check, bar, InterruptGuard::StopFlag());
+    }
+    if (json) {
+        WriteExportJson(Out(), package, result, verified ? &verification : nullptr);
+    } else {
         WriteExportListing(Out(), package, result);
+        if (verified)
+            WriteVerifyReport(Out(), verification, package);
+    }
     if (InterruptGuard::Interrupted()) {
         Err() << "pellomar-cli export: interrupted; the package holds the whole messages "
                  "written so far\n";
         return ExitInterrupted;
     }
     const int exportEnding = ReportEnding("export", result, "written");
-    return exportEnding != ExitOk ? exportEnding : scanEnding;
+    if (exportEnding != ExitOk)
+        return exportEnding;
+    if (verified && !verification.Faultless()) {
+        Err() << "pellomar-cli export: the verification found " << verification.faults
+              << (verification.faults == 1 ? " fault" : " faults") << " in the package\n";
+        return ExitFaults;
+    }
+    return scanEnding;
 }

@@ -1,11 +1,13 @@
 #include "cli/RunReport.h"
 #include "cli/CliCommon.h"
+#include "export/Verify.h"
 #include "scanner/RunResult.h"
 
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
 
 namespace {
 
@@ -30,11 +32,20 @@ void WriteExportListing(QTextStream& out, const QString& package, const RunResul
         out << "  " << dir.relativeFilePath(w.path) << " (" << Messages(w.messages);
         if (w.converted)
             out << ", " << w.converted << " changed by the Latin-1 conversion";
+        if (w.droppedLines)
+            out << ", " << Count(w.droppedLines, "line", "lines") << " dropped at a trailer mark";
+        if (w.cutLines)
+            out << ", " << Count(w.cutLines, "line", "lines") << " cut at a NUL byte";
         out << ")\n";
     }
     if (result.converted)
         out << Count(result.converted, "message was", "messages were")
-            << " changed by the Latin-1 conversion (--keep-bytes keeps the text as it is)\n";
+            << " changed by the Latin-1 conversion (--keep-bytes keeps every byte)\n";
+    if (result.droppedLines || result.cutLines)
+        out << Count(result.droppedLines, "line was", "lines were")
+            << " dropped at a trailer mark inside a message and "
+            << Count(result.cutLines, "line was", "lines were")
+            << " cut at a NUL byte (--keep-bytes keeps every byte)\n";
     if (PartsRestored(result))
         out << Count(PartsRestored(result), "detached part", "detached parts") << " restored ("
             << result.partsFromEmlxpart << " from .emlxpart files, " << result.partsFromAttachments
@@ -44,6 +55,9 @@ void WriteExportListing(QTextStream& out, const QString& package, const RunResul
             << " missing\n";
     if (!result.skipped.isEmpty())
         out << Count(quint64(result.skipped.size()), "file", "files") << " skipped\n";
+    if (!result.notMessages.isEmpty())
+        out << Count(quint64(result.notMessages.size()), "file", "files")
+            << " passed over: named like messages, holding none\n";
     if (!result.unwritten.isEmpty())
         out << Count(quint64(result.unwritten.size()), "message", "messages")
             << " could not be written\n";
@@ -51,10 +65,13 @@ void WriteExportListing(QTextStream& out, const QString& package, const RunResul
     out.flush();
 }
 
-void WriteExportJson(QTextStream& out, const QString& package, const RunResult& result) {
-    QJsonArray skipped, unwritten, missing, mboxes;
+void WriteExportJson(QTextStream& out, const QString& package, const RunResult& result,
+                     const VerifyResult* verification) {
+    QJsonArray skipped, notMessages, unwritten, missing, mboxes;
     for (const RunResult::Skipped& s : result.skipped)
         skipped.append(QJsonObject{{"path", s.path}, {"reason", s.reason}});
+    for (const RunResult::Skipped& s : result.notMessages)
+        notMessages.append(QJsonObject{{"path", s.path}, {"reason", s.reason}});
     for (const RunResult::Skipped& s : result.unwritten)
         unwritten.append(QJsonObject{{"path", s.path}, {"reason", s.reason}});
     for (const RunResult::MissingPart& m : result.missingParts)
@@ -62,12 +79,17 @@ void WriteExportJson(QTextStream& out, const QString& package, const RunResult& 
     for (const RunResult::Folder& f : result.folders)
         mboxes.append(QJsonObject{{"path", f.path},
                                   {"messages", double(f.messages)},
-                                  {"converted", double(f.converted)}});
+                                  {"converted", double(f.converted)},
+                                  {"droppedLines", double(f.droppedLines)},
+                                  {"cutLines", double(f.cutLines)}});
     QJsonObject doc{{"package", package},
                     {"total", double(result.total)},
                     {"written", double(result.done)},
                     {"converted", double(result.converted)},
+                    {"droppedLines", double(result.droppedLines)},
+                    {"cutLines", double(result.cutLines)},
                     {"skipped", skipped},
+                    {"notMessages", notMessages},
                     {"unwritten", unwritten},
                     {"partsRestored", double(PartsRestored(result))},
                     {"partsFromEmlxpart", double(result.partsFromEmlxpart)},
@@ -80,6 +102,8 @@ void WriteExportJson(QTextStream& out, const QString& package, const RunResult& 
         doc.insert("endedAt", QJsonObject{{"path", result.file},
                                           {"reason", result.reason},
                                           {"notWritten", double(result.notDone)}});
+    if (verification)
+        doc.insert("verification", VerifyJson(*verification, package));
     out << QJsonDocument(doc).toJson(QJsonDocument::Indented);
     out.flush();
 }
@@ -91,6 +115,8 @@ int ReportEnding(const char* command, const RunResult& result, const char* done)
               << "' is missing; the message was written without it\n";
     for (const RunResult::Skipped& s : result.skipped)
         Err() << prefix << "skipped '" << s.path << "': " << s.reason << "\n";
+    for (const RunResult::Skipped& s : result.notMessages)
+        Err() << prefix << "passed over '" << s.path << "': " << s.reason << "\n";
     for (const RunResult::Skipped& s : result.unwritten)
         Err() << prefix << "not written '" << s.path << "': " << s.reason << "\n";
     if (result.ending == RunResult::Ending::Failed) {
@@ -106,4 +132,59 @@ int ReportEnding(const char* command, const RunResult& result, const char* done)
     return result.EndedAtFile() || !result.skipped.isEmpty() || !result.unwritten.isEmpty()
                ? ExitIncomplete
                : ExitOk;
+}
+
+void WriteVerifyReport(QTextStream& out, const VerifyResult& result, const QString& package) {
+    const QDir dir(package);
+    out << "Verification of " << package << "\n";
+    for (const VerifyFolder& f : result.folders)
+        out << "  " << dir.relativeFilePath(f.mbox) << ": "
+            << VerifySummary(f.verified, f.changed, f.faults) << "\n";
+    out << VerifySummary(result.verified, result.changed, result.faults)
+        << (result.stopped ? " (stopped before the end)" : "") << "\n";
+    const QMap<QString, quint64> kinds = ChangedMessagesByKind(result);
+    for (auto it = kinds.cbegin(); it != kinds.cend(); ++it) {
+        bool avoidable = false;
+        const QString words = DescribeChange(it.key(), &avoidable);
+        out << "Expected change: " << Messages(it.value()) << " with " << words
+            << (avoidable ? " (--keep-bytes keeps every byte)" : "") << "\n";
+    }
+    const int shown = 20;
+    int n = 0;
+    for (const VerifyFinding& f : result.findings) {
+        if (!f.fault)
+            continue;
+        if (n++ == shown) {
+            out << "  ... (--json lists every fault)\n";
+            break;
+        }
+        out << "Fault: " << f.message;
+        if (!f.part.isEmpty())
+            out << ": " << f.part;
+        out << ": " << f.kind << ": " << f.detail << "\n";
+    }
+    out.flush();
+}
+
+QJsonObject VerifyJson(const VerifyResult& result, const QString& package) {
+    QJsonArray folders, findings;
+    for (const VerifyFolder& f : result.folders)
+        folders.append(QJsonObject{{"mbox", f.mbox},
+                                   {"verified", double(f.verified)},
+                                   {"changed", double(f.changed)},
+                                   {"faults", double(f.faults)}});
+    for (const VerifyFinding& f : result.findings)
+        findings.append(QJsonObject{{"fault", f.fault},
+                                    {"kind", f.kind},
+                                    {"message", f.message},
+                                    {"part", f.part},
+                                    {"mbox", f.mbox},
+                                    {"detail", f.detail}});
+    return QJsonObject{{"package", package},
+                       {"verified", double(result.verified)},
+                       {"changed", double(result.changed)},
+                       {"faults", double(result.faults)},
+                       {"stopped", result.stopped},
+                       {"folders", folders},
+                       {"findings", findings}};
 }

@@ -10,21 +10,30 @@ static const char* const kUsage =
     "Commands:\n"
     "  scan STORE [--json] [--keep-going]\n"
     "                                  scan an Apple Mail store and print its folders\n"
-    "  export STORE DEST [--folder PATH]... [--keep-going] [--keep-bytes] [--with-status] "
-    "[--json]\n"
+    "  export STORE DEST [--folder PATH]... [--keep-going] [--keep-bytes] [--with-status]\n"
+    "                    [--no-verify] [--json]\n"
     "                                  convert the store (or the named folders) into an\n"
-    "                                  Outlook 2011 archive package (.rge) inside DEST\n"
+    "                                  Outlook 2011 archive package (.rge) inside DEST,\n"
+    "                                  then verify the package against the store\n"
+    "  verify PACKAGE STORE [--folder PATH]... [--keep-bytes] [--json]\n"
+    "                                  check that every message of the store (or of the\n"
+    "                                  named folders) is in the package, whole, in its\n"
+    "                                  folder\n"
     "\n"
     "  --keep-going                    skip files that cannot be read and list them at the\n"
     "                                  end, instead of ending the run at the first one\n"
-    "  --keep-bytes                    copy 8-bit text unchanged (default: converted to\n"
-    "                                  Latin-1, as Outlook 2011 expects)\n"
+    "  --keep-bytes                    keep every byte of each message (default: text\n"
+    "                                  converted to Latin-1, as Outlook 2011 expects, and\n"
+    "                                  lines with a trailer mark or a NUL byte cut; every\n"
+    "                                  such change is counted); with verify: the package\n"
+    "                                  was made so, and any change is a fault\n"
     "  --with-status                   carry the read, answered, flagged and deleted state\n"
-    "  --json                          print the export's result as one JSON document\n"
+    "  --no-verify                     do not verify the package after the export\n"
+    "  --json                          print the result as one JSON document\n"
     "\n"
     "Exit codes: 0 done, 1 error, 2 bad usage, 3 a file could not be read (the run\n"
-    "ended there, or it was skipped) or a message could not be written, 130\n"
-    "interrupted.\n"
+    "ended there, or it was skipped) or a message could not be written, 4 the\n"
+    "verification found faults, 130 interrupted.\n"
     "\n"
     "Options:\n"
     "  -h, --help                      show this help\n"
@@ -52,6 +61,8 @@ int main(int argc, char** argv) {
         return RunScanCommand(args);
     if (command == QLatin1String("export"))
         return RunExportCommand(args);
+    if (command == QLatin1String("verify"))
+        return RunVerifyCommand(args);
     Err() << "pellomar-cli: unknown command '" << command << "'\n\n" << kUsage;
     return ExitUsage;
 }

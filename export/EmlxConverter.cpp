@@ -3,6 +3,7 @@
 #include "export/ExportJob.h"
 #include "export/MboxWriteQueue.h"
 #include "export/MboxWriter.h"
+#include "export/PathMapping.h"
 #include "export/SaveTimeStamp.h"
 #include "scanner/DetachedParts.h"
 #include "scanner/Discovery.h"
@@ -25,6 +26,19 @@ ExportJob ExportJob::Ticked(const Store& store, const QString& destination, cons
     job.selection = store.TickedFolders();
     job.options = options;
     return job;
+}
+
+void ExportRun::Run(RunProgress& progress, const std::atomic<bool>& stop) {
+    result = EMLXConverter(m_store, m_job, progress, stop);
+    verified = !stop && result.ending != RunResult::Ending::Failed;
+    if (!verified)
+        return;
+    VerifyJob check;
+    check.package = m_job.Package();
+    check.m_strInputfilepath = m_job.m_strInputfilepath;
+    check.selection = m_job.selection;
+    check.keepBytes = m_job.options.keepBytes;
+    verification = Verify(m_store, check, progress, stop);
 }
 
 RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& progress,
@@ -62,17 +76,14 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
         result.ending = RunResult::Ending::Stopped;
         return result;
     }
-    // The mbox file of each message folder, found (and made) once, or why it
-    // could not be made. The mbox file stays open from one message to the
-    // next of the same file; every message is on disk when the next begins
-    // to be written, as it would be if the file were opened for each
-    // message. The writing itself is done by the queue's thread; this one
-    // reads and converts.
-    struct Mbox {
-        QString path;
-        QString reason;
-    };
-    QHash<QString, Mbox> mboxOfFolder;
+    // Each mailbox gets its mbox file, found (and made) with its first
+    // message; the reason when it cannot be made. The mbox file stays open
+    // from one message to the next of the same file; every message is on
+    // disk when the next begins to be written, as it would be if the file
+    // were opened for each message. The writing itself is done by the
+    // queue's thread; this one reads and converts.
+    PackageLayout layout(package, job.m_strInputfilepath);
+    QHash<QString, QString> cannotMake; // mbox file -> why it cannot be made
     std::shared_ptr<QFile> mbox;
     QString openMbox;
     MboxWriteQueue out(&result);
@@ -88,71 +99,73 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
                 return finished();
             }
             const QString& path = messages[mi].path;
-            if (!path.isEmpty() && !path.contains(kRssFeedMarker)) {
-                const QString dir = path.left(path.lastIndexOf(QLatin1Char('/')) + 1);
-                auto known = mboxOfFolder.constFind(dir);
-                if (known == mboxOfFolder.constEnd()) {
-                    Mbox m;
-                    m.path = PathExtractor(package, path, job.m_strInputfilepath, &m.reason);
-                    known = mboxOfFolder.insert(dir, m);
-                }
-                const Mbox& target = *known;
-                QFile message;
-                QString reason;
-                // A message file that cannot be read is skipped when the user
-                // asked for it, and otherwise ends the export.
-                if (!MboxWriter::OpenForReading(message, path, &reason) && job.options.keepGoing) {
-                    result.Skip(path, reason);
-                    progress.CurrentValue();
-                    continue;
-                }
-                if (!message.isOpen()) {
+            if (path.isEmpty() || path.contains(kRssFeedMarker)) {
+                progress.CurrentValue();
+                continue;
+            }
+            QFile message;
+            QString reason;
+            // A message file that cannot be read is skipped when the user
+            // asked for it, and otherwise ends the export.
+            if (!MboxWriter::OpenForReading(message, path, &reason)) {
+                if (!job.options.keepGoing) {
                     result.EndAt(RunResult::Ending::UnreadableFile, path, reason,
                                  messagesFrom(fi, mi));
                     return finished();
                 }
-                if (!target.path.isEmpty() && openMbox != target.path) {
-                    mbox.reset();
-                    openMbox.clear();
-                    auto file = std::make_shared<QFile>();
-                    if (MboxWriter::OpenForAppend(*file, target.path, &reason)) {
-                        mbox = std::move(file);
-                        openMbox = target.path;
-                    }
+                result.Skip(path, reason);
+                progress.CurrentValue();
+                continue;
+            }
+            // A file that holds no message is passed over, never written.
+            const QByteArray first = message.read(512);
+            const QString junk = WhyNotAMessage(path, first.constData(), first.size());
+            if (!junk.isEmpty() || !message.seek(0)) {
+                result.notMessages.append({path, junk});
+                progress.CurrentValue();
+                continue;
+            }
+            QString mboxPath = layout.PathExtractor(path, &reason);
+            if (mboxPath.isEmpty()) {
+                cannotMake.insert(layout.MboxFor(path), reason);
+            } else if (openMbox != mboxPath) {
+                mbox.reset();
+                openMbox.clear();
+                auto file = std::make_shared<QFile>();
+                if (MboxWriter::OpenForAppend(*file, mboxPath, &reason)) {
+                    mbox = std::move(file);
+                    openMbox = mboxPath;
                 }
-                // An mbox file that cannot be made or opened loses this
-                // message only, and the run says which.
-                if (target.path.isEmpty()) {
-                    out.Unwritten(path, target.reason);
-                } else if (!mbox || openMbox != target.path) {
-                    out.Unwritten(path,
-                                  QStringLiteral("cannot open '") + target.path + "': " + reason);
-                } else {
-                    const bool partial =
-                        path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
-                    RemovedParts removed(path);
-                    out.BeginMessage(path, mbox, target.path);
-                    const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
-                        message, out.Device(), partial,
-                        partial ? emlx::PartFileCandidates(path, store.listOfPathOfEmlxPart)
-                                : QStringList(),
-                        job.options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
-                    for (const RunResult::Skipped& part : copy.skippedParts)
-                        result.Skip(part.path, part.reason);
-                    result.partsFromEmlxpart += copy.partsFromEmlxpart;
-                    result.partsFromAttachments += copy.partsFromAttachments;
-                    for (const QString& name : copy.missingParts)
-                        result.missingParts.append({path, name});
-                    // A detached part that cannot be read ends the export;
-                    // what was written so far is kept.
-                    if (!copy.complete) {
-                        out.EndIncomplete();
-                        result.EndAt(RunResult::Ending::UnreadableFile, copy.failedPart,
-                                     copy.reason, messagesFrom(fi, mi));
-                        return finished();
-                    }
-                    out.EndMessage(copy.converted);
+            }
+            // An mbox file that cannot be made or opened loses this message
+            // only, and the run says which.
+            if (mboxPath.isEmpty()) {
+                out.Unwritten(path, cannotMake.value(layout.MboxFor(path)));
+            } else if (!mbox || openMbox != mboxPath) {
+                out.Unwritten(path, QStringLiteral("cannot open '") + mboxPath + "': " + reason);
+            } else {
+                const bool partial =
+                    path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
+                RemovedParts removed(path, store.listOfPathOfEmlxPart);
+                out.BeginMessage(path, mbox, mboxPath);
+                const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
+                    message, out.Device(), partial, partial ? removed.PartFiles() : QStringList(),
+                    job.options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
+                for (const RunResult::Skipped& part : copy.skippedParts)
+                    result.Skip(part.path, part.reason);
+                result.partsFromEmlxpart += copy.partsFromEmlxpart;
+                result.partsFromAttachments += copy.partsFromAttachments;
+                for (const QString& name : copy.missingParts)
+                    result.missingParts.append({path, name});
+                // A detached part that cannot be read ends the export; what
+                // was written so far is kept.
+                if (!copy.complete) {
+                    out.EndIncomplete();
+                    result.EndAt(RunResult::Ending::UnreadableFile, copy.failedPart, copy.reason,
+                                 messagesFrom(fi, mi));
+                    return finished();
                 }
+                out.EndMessage({copy.converted, copy.droppedLines, copy.cutLines});
             }
             progress.CurrentValue();
         }

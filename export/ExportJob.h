@@ -4,6 +4,7 @@
 // Contents/Info.plist and Archive.xml, and one mbox file per mailbox below
 // its Mail folder.
 
+#include "export/Verify.h"
 #include "scanner/RunResult.h"
 #include "scanner/ScaningThread.h"
 
@@ -47,23 +48,18 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
 bool CreateRGEWraper(const QString& destination, const QString& mainIdentity, QString* file,
                      QString* reason);
 
-// The mbox file of the package `packagePath` that receives the message at
-// `messagePath` of the store `storePath`; its folders are made, and a new
-// file is created and given its Finder type. Empty when the folders or the
-// file cannot be made; `reason` then says why.
-QString PathExtractor(const QString& packagePath, const QString& messagePath,
-                      const QString& storePath, QString* reason);
-
-// An export as a job of the worker thread; `result` holds how it ended once
-// the run is over. The store must stay as it is until then.
+// An export as a job of the worker thread, with the verification of the
+// package; `result` and `verification` hold what they found once the run is
+// over. The store must stay as it is until then.
 class ExportRun : public ThreadJob {
 public:
     ExportRun(const Store& store, const ExportJob& job) : m_store(store), m_job(job) {}
-    void Run(RunProgress& progress, const std::atomic<bool>& stop) override {
-        result = EMLXConverter(m_store, m_job, progress, stop);
-    }
+    // The export, then the verification of the package.
+    void Run(RunProgress& progress, const std::atomic<bool>& stop) override;
     const ExportJob& Job() const { return m_job; }
     RunResult result;
+    bool verified = false;
+    VerifyResult verification;
 
 private:
     const Store& m_store;

@@ -18,10 +18,10 @@ void MboxWriteQueue::BeginMessage(const QString& messagePath, const std::shared_
     Push(std::move(piece));
 }
 
-void MboxWriteQueue::EndMessage(bool converted) {
+void MboxWriteQueue::EndMessage(const RunResult::Losses& losses) {
     m_device.Hand();
     Piece piece{Piece::End, {}, {}, {}, nullptr};
-    piece.converted = converted;
+    piece.losses = losses;
     Push(std::move(piece));
 }
 
@@ -159,7 +159,7 @@ void MboxWriteQueue::Take(Piece& piece) {
             c.mbox->unsetError();
             c.mbox->resize(c.before);
         } else {
-            m_result->Count(c.mboxPath, piece.converted);
+            m_result->Count(c.mboxPath, piece.losses);
         }
         break;
     case Piece::EndIncomplete:

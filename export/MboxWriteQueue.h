@@ -46,9 +46,9 @@ public:
     void BeginMessage(const QString& messagePath, const std::shared_ptr<QFile>& mbox,
                       const QString& mboxPath);
     QIODevice& Device() { return m_device; }
-    // The message is whole; `converted` when the Latin-1 conversion changed
-    // it. It is counted once it is written.
-    void EndMessage(bool converted);
+    // The message is whole, with what the copy lost of it. It is counted
+    // once it is written.
+    void EndMessage(const RunResult::Losses& losses = {});
     // The message stops short (a part file could not be read): what was
     // converted of it is written and stays; it is not counted.
     void EndIncomplete();
@@ -66,7 +66,7 @@ private:
         QString mboxPath; // Begin
         std::shared_ptr<QFile> mbox;
         QString reason = {}; // Unwritten
-        bool converted = false;
+        RunResult::Losses losses = {};
     };
     // Collects the bytes of the message under way into pieces.
     class Collector : public QIODevice {

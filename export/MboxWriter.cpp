@@ -531,17 +531,6 @@ quint64 ByteCount(LineReader& reader, qint64* countEnd) {
     return count.Value();
 }
 
-// Writes a message line's bytes as they are in the file, with ">" in front
-// when asked.
-void WriteBytes(LineReader& reader, const Line& line, bool escape, Sink& sink) {
-    if (escape)
-        sink.append('>');
-    reader.copyRange(line, line.start, line.bytesEnd,
-                     [&](const char* d, qint64 n) { sink.append(d, n); });
-    if (line.lf)
-        sink.append('\n');
-}
-
 // Writes a message line's text as Latin-1, with ">" in front when asked.
 // Returns whether the text had a byte of 0x80 or more (the conversion then
 // changed it).
@@ -583,17 +572,8 @@ bool WriteText(LineReader& reader, const Line& line, bool escape, Sink& sink) {
     return transcoder.changed();
 }
 
-// Writes a message line as its bytes or through Latin-1; returns whether the
-// conversion changed it.
-bool WriteLine(LineReader& reader, const Line& line, bool escape, Sink& sink, bool keepBytes) {
-    if (!keepBytes)
-        return WriteText(reader, line, escape, sink);
-    WriteBytes(reader, line, escape, sink);
-    return false;
-}
-
 // Copies a detached part file: every line's bytes up to its first NUL, with
-// "\r\n" read as "\n".
+// "\r\n" read as "\n" and "From " lines escaped.
 bool CopyPartFile(const QString& path, Sink& sink, int chunk, QString* reason) {
     QFile part;
     if (!OpenForReading(part, path, reason))
@@ -601,6 +581,9 @@ bool CopyPartFile(const QString& path, Sink& sink, int chunk, QString* reason) {
     LineReader reader(part, chunk);
     Line line;
     while (reader.next(line)) {
+        // A text part's "From " lines would end the message in the mbox.
+        if (line.startsWith("From ", 5))
+            sink.append('>');
         if (!reader.copyText(line, 0, [&](const char* d, qint64 n) { sink.append(d, n); }))
             break;
         if (line.newline)
@@ -619,16 +602,276 @@ CopyResult Failed(CopyResult& result, const QString& part, const QString& reason
 // Writes the rest of a removed part's header block, after its
 // "X-Apple-Content-Length: " line, up to its blank line (read, not written).
 // Returns whether a copied line was changed by the Latin-1 conversion.
-bool WriteRestOfPartHeader(LineReader& reader, Sink& sink, bool keepBytes) {
+bool WriteRestOfPartHeader(LineReader& reader, Sink& sink) {
     bool converted = false;
     Line line;
     while (reader.next(line) && !line.isBlank()) {
         if (line.startsWith(kPartHeader, kPartHeaderLen))
             continue;
-        if (WriteLine(reader, line, line.startsWith("From ", 5), sink, keepBytes))
+        if (WriteText(reader, line, line.startsWith("From ", 5), sink))
             converted = true;
     }
     return converted;
+}
+
+// Reads a device in pieces for the copy that keeps every byte: lines are
+// looked at by their first bytes and passed on as they are, in pieces, so a
+// line of any length takes no more memory than the buffer.
+class RawReader {
+public:
+    RawReader(QIODevice& device, int chunk, qint64 end)
+        : m_device(device), m_capacity(std::max(chunk, kMinimumChunk)), m_end(end) {
+        m_buffer.resize(m_capacity);
+        m_filePos = device.pos();
+    }
+    // File position of the next byte.
+    qint64 Pos() const { return m_filePos + m_head; }
+    bool AtEnd() { return !Fill(1); }
+    // The first bytes of the line at the read position: up to `n` of them,
+    // fewer where the line or the range ends sooner.
+    QByteArray Head(int n) {
+        Fill(n);
+        const char* p = m_buffer.constData() + m_head;
+        const int have = std::min(n, m_tail - m_head);
+        const char* nl = static_cast<const char*>(memchr(p, '\n', size_t(have)));
+        return QByteArray(p, nl ? int(nl - p) + 1 : have);
+    }
+    // The length of the line at the read position when the buffer holds it
+    // whole, else -1.
+    qint64 WholeLineLength() {
+        Fill(m_capacity);
+        const char* p = m_buffer.constData() + m_head;
+        const char* nl = static_cast<const char*>(memchr(p, '\n', size_t(m_tail - m_head)));
+        if (nl)
+            return nl - p + 1;
+        return m_exhausted ? m_tail - m_head : -1;
+    }
+    // Passes the line at the read position, through its "\n" or the end of
+    // the range, to `out` (a functor taking a pointer and a size).
+    template <class Out> void Take(Out&& out) {
+        while (Fill(1)) {
+            const char* p = m_buffer.constData() + m_head;
+            const char* nl = static_cast<const char*>(memchr(p, '\n', size_t(m_tail - m_head)));
+            const int n = nl ? int(nl - p) + 1 : m_tail - m_head;
+            out(p, n);
+            m_head += n;
+            if (nl)
+                return;
+        }
+    }
+
+private:
+    // At least `want` bytes ahead, or all there are; false when none is.
+    bool Fill(int want) {
+        while (m_tail - m_head < want && !m_exhausted) {
+            if (m_head > 0) {
+                memmove(m_buffer.data(), m_buffer.constData() + m_head, size_t(m_tail - m_head));
+                m_filePos += m_head;
+                m_tail -= m_head;
+                m_head = 0;
+            }
+            qint64 room = m_capacity - m_tail;
+            if (m_end >= 0)
+                room = std::min(room, m_end - (m_filePos + m_tail));
+            const qint64 got = room > 0 ? m_device.read(m_buffer.data() + m_tail, room) : 0;
+            if (got <= 0)
+                m_exhausted = true;
+            else
+                m_tail += int(got);
+        }
+        return m_tail > m_head;
+    }
+
+    QIODevice& m_device;
+    QByteArray m_buffer;
+    int m_capacity;
+    qint64 m_end; // -1: the end of the device
+    qint64 m_filePos = 0;
+    int m_head = 0, m_tail = 0;
+    bool m_exhausted = false;
+};
+
+// Start of the first line at or after `from` that holds a trailer mark, or
+// the end of the device.
+qint64 FirstMarkLine(QIODevice& device, qint64 from, int chunk) {
+    if (!device.seek(from))
+        return from;
+    RawReader reader(device, chunk, -1);
+    while (!reader.AtEnd()) {
+        const qint64 start = reader.Pos();
+        char carry[emlx::kLongestMark * 2];
+        int carryLen = 0;
+        bool found = false;
+        reader.Take([&](const char* d, qint64 n) {
+            if (found)
+                return;
+            // A mark across two pieces: the last bytes of one before the next.
+            const int take = int(std::min<qint64>(n, emlx::kLongestMark - 1));
+            memcpy(carry + carryLen, d, size_t(take));
+            found = emlx::HasMark(carry, carryLen + take) || emlx::HasMark(d, n);
+            carryLen = int(std::min<qint64>(n, emlx::kLongestMark - 1));
+            memcpy(carry, d + n - carryLen, size_t(carryLen));
+        });
+        if (found)
+            return start;
+    }
+    return device.size();
+}
+
+bool StartsWith(const QByteArray& head, const char* text) {
+    return head.startsWith(text);
+}
+
+bool IsBlankLine(const QByteArray& head) {
+    return head == "\n" || head == "\r\n";
+}
+
+// Every byte of the message: exactly its byte count of them after the first
+// line (when the count is missing, up to the trailer), with "From " lines
+// escaped and a final line feed; detached bodies put back.
+CopyResult WriteMessageBytes(QIODevice& message, QIODevice& mbox, bool partial,
+                             const QStringList& partFiles, const RunOptions& options, int chunk,
+                             RemovedParts* removed) {
+    CopyResult result;
+    Sink sink(mbox, std::max(chunk, kMinimumChunk));
+    sink.append(Separator());
+    const qint64 begin = message.pos();
+    const qint64 size = message.size();
+    emlx::CountReader counted;
+    qint64 countEnd = begin;
+    {
+        RawReader first(message, chunk, -1);
+        bool nul = false;
+        first.Take([&](const char* d, qint64 n) {
+            const char* z = nul ? d : static_cast<const char*>(memchr(d, 0, size_t(n)));
+            if (!nul)
+                counted.Add(d, z ? z - d : n);
+            nul = nul || z;
+        });
+        countEnd = first.Pos();
+    }
+    const quint64 count = counted.Value();
+    const qint64 end = count == 0 ? FirstMarkLine(message, countEnd, chunk)
+                                  : countEnd + qint64(std::min<quint64>(count, quint64(size)));
+    QByteArray status;
+    if (options.withStatus && count > 0)
+        if (const std::optional<quint64> flags = MailStatus::ReadFlags(message, end))
+            status = MailStatus::HeaderLines(*flags);
+    if (!message.seek(countEnd))
+        return result;
+    RawReader reader(message, chunk, std::min(end, size));
+
+    bool inHeader = !status.isEmpty(); // the message's own header block, with status lines to put
+    bool droppingStatus = false;
+    char last = '\n'; // the last byte written
+    auto write = [&](const char* d, qint64 n) {
+        if (n > 0) {
+            sink.append(d, n);
+            last = d[n - 1];
+        }
+    };
+    auto endHeader = [&] {
+        if (last != '\n')
+            write("\n", 1);
+        write(status.constData(), status.size());
+        inHeader = false;
+    };
+    // A detached body waiting for the end of its part's header block.
+    QString pendingFile;
+    const DetachedPart* pendingDecoded = nullptr;
+    bool dropBlank = false; // the blank lines of a restored part's empty body
+    int partIndex = 0;
+    auto writeBody = [&]() -> bool {
+        QFile body;
+        QString why;
+        const QString path = pendingDecoded ? pendingDecoded->file : pendingFile;
+        bool read = OpenForReading(body, path, &why);
+        if (read && pendingDecoded) {
+            read = PartEncoding::Encode(body, pendingDecoded->encoding, write, chunk);
+        } else if (read) {
+            // The .emlxpart file as it is, its "From " lines escaped.
+            RawReader in(body, chunk, -1);
+            while (!in.AtEnd()) {
+                if (StartsWith(in.Head(5), "From "))
+                    write(">", 1);
+                in.Take(write);
+            }
+            read = body.error() == QFileDevice::NoError;
+        }
+        if (!read && why.isEmpty())
+            why = body.errorString();
+        write("\n", 1);
+        if (read)
+            ++(pendingDecoded ? result.partsFromAttachments : result.partsFromEmlxpart);
+        else if (options.keepGoing)
+            result.skippedParts.append({path, why});
+        else
+            Failed(result, path, why);
+        pendingFile.clear();
+        pendingDecoded = nullptr;
+        dropBlank = true;
+        return read || options.keepGoing;
+    };
+
+    while (!reader.AtEnd()) {
+        const QByteArray head = reader.Head(kHeadLen);
+        const bool blank = IsBlankLine(head);
+        if (dropBlank && blank) {
+            reader.Take([](const char*, qint64) {});
+            continue;
+        }
+        dropBlank = false;
+        if (inHeader) {
+            if (blank) {
+                endHeader();
+            } else {
+                if (head[0] != ' ' && head[0] != '\t')
+                    droppingStatus = MailStatus::IsStatusHeader(head.constData(), head.size());
+                if (droppingStatus) {
+                    reader.Take([](const char*, qint64) {});
+                    continue;
+                }
+            }
+        }
+        if (partial && StartsWith(head, kPartHeader)) {
+            const int k = partIndex++;
+            const QString emlxpart = k < partFiles.size() ? partFiles.at(k) : QString();
+            const qint64 length = reader.WholeLineLength();
+            const DetachedPart* part =
+                removed && length > 0 ? removed->At(reader.Pos() + length) : nullptr;
+            // Only an empty body is put back; a part Mail kept whole stays.
+            const bool empty = !removed || part;
+            if (empty && !emlxpart.isEmpty()) {
+                pendingFile = emlxpart;
+            } else if (part && !part->file.isEmpty()) {
+                pendingDecoded = part;
+            } else {
+                if (part)
+                    result.missingParts
+                        << (part->name.isEmpty() ? QStringLiteral("part ") + part->section
+                                                 : part->name);
+                reader.Take(write);
+                continue;
+            }
+            reader.Take([](const char*, qint64) {}); // the length line goes
+            continue;
+        }
+        if (StartsWith(head, "From "))
+            write(">", 1);
+        reader.Take(write);
+        if (blank && (!pendingFile.isEmpty() || pendingDecoded) && !writeBody())
+            return result;
+    }
+    if (!pendingFile.isEmpty() || pendingDecoded) {
+        write("\n", 1);
+        if (!writeBody())
+            return result;
+    }
+    if (inHeader)
+        endHeader();
+    if (last != '\n')
+        write("\n", 1);
+    return result;
 }
 
 } // namespace
@@ -636,6 +879,8 @@ bool WriteRestOfPartHeader(LineReader& reader, Sink& sink, bool keepBytes) {
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                         const QStringList& partFiles, const RunOptions& options, int chunk,
                         RemovedParts* removed) {
+    if (options.keepBytes)
+        return WriteMessageBytes(message, mbox, partial, partFiles, options, chunk, removed);
     CopyResult result;
     Sink sink(mbox, std::max(chunk, kMinimumChunk));
     sink.append(Separator());
@@ -672,13 +917,22 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             continue;
         dropBlank = false;
         const bool escape = line.startsWith("From ", 5);
-        if (!escape && !options.keepBytes && line.isEmpty())
+        // A line whose text is cut at a NUL byte loses the rest; one that
+        // starts with it is left out whole.
+        if (line.contentEnd < line.bytesEnd)
+            ++result.cutLines;
+        if (!escape && line.isEmpty())
             continue;
         if (line.marker) {
             // A trailer line; inside the message (before the byte count is
-            // reached) it is dropped and the copy goes on.
-            if (quint64(line.end) > count)
+            // reached) it is dropped and the copy goes on. The message's last
+            // line goes with the trailer when the trailer begins on it.
+            if (quint64(line.end) > count) {
+                if (line.start < countEnd + qint64(std::min<quint64>(count, INT64_MAX / 2)))
+                    ++result.droppedLines;
                 break;
+            }
+            ++result.droppedLines;
             continue;
         }
         if (inHeader) {
@@ -691,14 +945,15 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                     droppingStatus = !escape && MailStatus::IsStatusHeader(line.head, line.headLen);
                 if (droppingStatus)
                     continue;
-                lastNewline = options.keepBytes ? line.lf : line.newline;
+                lastNewline = line.newline;
             }
         }
         if (partial && !escape && line.startsWith(kPartHeader, kPartHeaderLen)) {
-            // Once the .emlxpart files are used up, a removed part comes back
-            // whole from Mail's decoded file.
+            // A removed part without an .emlxpart file comes back whole from
+            // Mail's decoded file.
+            const QString emlxpart = partIndex < partFiles.size() ? partFiles.at(partIndex) : "";
             const DetachedPart* part =
-                removed && partIndex >= partFiles.size() ? removed->At(line.end) : nullptr;
+                removed && emlxpart.isEmpty() ? removed->At(line.end) : nullptr;
             QFile decoded;
             QString why;
             if (part && !part->file.isEmpty() && !OpenForReading(decoded, part->file, &why)) {
@@ -708,7 +963,7 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             }
             if (decoded.isOpen()) {
                 ++partIndex;
-                if (WriteRestOfPartHeader(reader, sink, options.keepBytes))
+                if (WriteRestOfPartHeader(reader, sink))
                     result.converted = true;
                 lastNewline = true;
                 endHeader();
@@ -740,10 +995,10 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
             }
             lastNewline = true;
             endHeader();
-            if (partIndex < partFiles.size()) {
+            if (!emlxpart.isEmpty()) {
                 sink.append('\n');
                 QString reason;
-                const QString& part = partFiles.at(partIndex);
+                const QString& part = emlxpart;
                 if (CopyPartFile(part, sink, chunk, &reason)) {
                     ++result.partsFromEmlxpart;
                 } else if (options.keepGoing) {
@@ -758,7 +1013,7 @@ CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,
                 sink.append('\n');
             continue;
         }
-        if (WriteLine(reader, line, escape, sink, options.keepBytes))
+        if (WriteText(reader, line, escape, sink))
             result.converted = true;
     }
     endHeader();

@@ -39,21 +39,32 @@ struct CopyResult {
     quint64 partsFromAttachments = 0;       // ... and from Mail's decoded files
     QStringList missingParts;               // names of removed parts found in neither form
     QList<RunResult::Skipped> skippedParts; // part files left out (keep-going)
+    // What the line-by-line copy loses (never when keeping every byte):
+    quint32 droppedLines = 0; // lines of the message dropped at a trailer mark
+    quint32 cutLines = 0;     // lines cut short at a NUL byte
 };
 
-// Writes one message to mbox: the separator, then every line after the byte
-// count line with "From " escaped, up to the trailer. `message` is read from
-// its current position (its start). When `partial` is set, each
-// "X-Apple-Content-Length: " header is replaced by the body held in the next
-// file of `partFiles` (emlx::PartFileCandidates). Once those are used up,
-// a part that `removed` knows (scanner/DetachedParts.h) is written back
-// whole from Mail's decoded file: its header lines without
-// "X-Apple-Content-Length: ", the blank line, the file encoded in the
-// part's transfer encoding (export/PartEncoding.h) and a line feed.
-// `chunk` is the read size (tests use small ones).
+// Writes one message to mbox: the separator, then the message with every
+// line that begins with "From " escaped by a ">". `message` is read from its
+// current position (its start).
 //
-// Options: `keepBytes` writes each line's bytes instead of its text through
-// Latin-1; `withStatus` puts Status and X-Status lines, made from the
+// By default the message is copied line by line, as the lines after the
+// byte count line up to the trailer: each line's text (up to a NUL byte) is
+// written through Latin-1, and a line with a trailer mark inside the message
+// is dropped (what is lost so is counted). With `keepBytes` the message's
+// bytes are copied as they are, exactly the byte count of them, and end with
+// a line feed.
+//
+// When `partial` is set, each "X-Apple-Content-Length: " header stands for a
+// body Mail kept apart: the k-th such header takes the file `partFiles[k]`
+// (.emlxpart files paired with their sections, scanner/DetachedParts.h); a
+// header without one takes the part that `removed` knows, written back whole
+// from Mail's decoded file: its header lines without
+// "X-Apple-Content-Length: ", the blank line, the file encoded in the part's
+// transfer encoding (export/PartEncoding.h) and a line feed. `chunk` is the
+// read size (tests use small ones).
+//
+// Options: `withStatus` puts Status and X-Status lines, made from the
 // trailer's flags, at the end of the header block; `keepGoing` leaves out a
 // part file that cannot be read instead of ending there.
 CopyResult WriteMessage(QIODevice& message, QIODevice& mbox, bool partial,

@@ -1,7 +1,8 @@
 // Where a message goes inside the package: the mailbox folder of the message
-// file becomes a folder of the plain name holding "<name>.mbox".
+// file becomes a folder of its plain name holding "<name>.mbox".
 #include "export/PathMapping.h"
 #include "export/ExportJob.h"
+#include "scanner/Discovery.h"
 #include "scanner/FileAccess.h"
 
 #include <QDir>
@@ -35,26 +36,6 @@ bool SetFinderTypeAndCreator(const QString& path, const char* type, const char* 
 #endif
 }
 
-namespace {
-
-// The folders below the package as the file system will take them: a
-// folder name that is empty, "." or ".." (a mailbox "...mbox" loses its
-// suffix to ".."; "//" appears around empty names) gets a "_" in front, so
-// every folder stays inside the package. Bytes that are not UTF-8 are given
-// as they are shown, since the package is read by a program that expects
-// UTF-8 names.
-QString HarmlessFolders(const QString& path) {
-    QStringList names = pellomar::DisplayName(path).split(QLatin1Char('/'));
-    for (int i = 1; i + 1 < names.size(); ++i) {
-        QString& n = names[i];
-        if (n.isEmpty() || n == QLatin1String(".") || n == QLatin1String(".."))
-            n.prepend(QLatin1Char('_'));
-    }
-    return names.join(QLatin1Char('/'));
-}
-
-} // namespace
-
 bool MakeFolders(const QString& path, QString* reason) {
     const QByteArray native = QFile::encodeName(path);
     // Each level from the first below "/" on; existing folders are passed.
@@ -79,55 +60,76 @@ bool MakeFolders(const QString& path, QString* reason) {
     }
 }
 
-QString PathExtractor(const QString& packagePath, const QString& messagePath,
-                      const QString& storePath, QString* reason) {
-    // The mailbox directory that holds the message; with several kinds in
-    // one path the later test wins, wherever the kinds lie.
-    QString base;
-    for (const char* kind : {".mbox/", ".imapmbox/", ".ewsmbox/"}) {
-        const int at = messagePath.lastIndexOf(QLatin1String(kind));
-        if (at >= 0)
-            base = messagePath.left(at);
+QString PackageLayout::MailboxFolderOf(const QString& messagePath) {
+    const QString folder = messagePath.left(qMax(0, messagePath.lastIndexOf(QLatin1Char('/'))));
+    // The innermost level with a mailbox ending; the message's own folder
+    // when there is none.
+    for (int end = folder.size(); end > 0;) {
+        const int start = folder.lastIndexOf(QLatin1Char('/'), end - 1) + 1;
+        if (KindOfFolderName(folder.mid(start, end - start)) != FolderKind::Folder)
+            return folder.left(end);
+        end = start - 1;
     }
-    const QString name = base.mid(base.lastIndexOf(QLatin1Char('/')) + 1);
-    QString folder = base + QLatin1Char('/');
-    // Ends in ".mbox", so it is never "." or "..".
-    const QString fileName = pellomar::DisplayName(name + QStringLiteral(".mbox"));
-    const QString mbox = QStringLiteral(".mbox");
+    return folder;
+}
 
-    // The folders below the package; the package path itself is left as the
-    // user chose it.
-    QString below;
-    if (storePath.startsWith(base)) {
-        // The chosen store is the mailbox itself or lies inside it.
-        QString rest = storePath;
-        rest.remove(base, Qt::CaseSensitive);
-        rest.remove(mbox, Qt::CaseSensitive);
-        below = QStringLiteral("/Mail") + rest + QLatin1Char('/') + name + mbox;
-        below.remove(mbox, Qt::CaseSensitive);
-        below += QLatin1Char('/');
-    } else if (folder.startsWith(storePath)) {
-        // The mailbox lies below the store: its parents lose their suffix.
-        folder.remove(storePath, Qt::CaseSensitive);
-        folder.remove(mbox, Qt::CaseSensitive);
-        below = QStringLiteral("/Mail") + folder;
+QString PackageLayout::MboxFor(const QString& messagePath) {
+    const QString mailbox = MailboxFolderOf(messagePath);
+    const auto known = m_mboxOfMailbox.constFind(mailbox);
+    if (known != m_mboxOfMailbox.constEnd())
+        return *known;
+    // The levels below the package: the store's own levels below the mailbox
+    // when the store lies inside it (or is it), else the mailbox's below the
+    // store.
+    QStringList levels;
+    if (m_store == mailbox || m_store.startsWith(mailbox + QLatin1Char('/'))) {
+        levels = m_store.mid(mailbox.size()).split(QLatin1Char('/'), Qt::SkipEmptyParts);
+        levels << mailbox.mid(mailbox.lastIndexOf(QLatin1Char('/')) + 1);
+    } else if (mailbox.startsWith(m_store + QLatin1Char('/'))) {
+        levels = mailbox.mid(m_store.size() + 1).split(QLatin1Char('/'));
+    } else {
+        levels << mailbox.mid(mailbox.lastIndexOf(QLatin1Char('/')) + 1);
     }
-    QString result = packagePath + HarmlessFolders(below);
-    if (!MakeFolders(result, reason))
+    for (QString& level : levels) {
+        // Bytes that are not UTF-8 are given as they are shown: the package
+        // is read by a program that expects UTF-8 names.
+        level = pellomar::DisplayName(WithoutMailboxEnding(level));
+        if (level.isEmpty() || level == QLatin1String(".") || level == QLatin1String(".."))
+            level.prepend(QLatin1Char('_'));
+    }
+    const QString name = levels.last();
+    QString folder = QStringLiteral("/Mail/") + levels.join(QLatin1Char('/'));
+    QString file = name;
+    for (int n = 2; m_taken.contains(folder.toCaseFolded()); ++n) {
+        file = name + QStringLiteral(" (%1)").arg(n);
+        folder = QStringLiteral("/Mail/") +
+                 levels.mid(0, levels.size() - 1).join(QLatin1Char('/')) +
+                 (levels.size() > 1 ? QStringLiteral("/") : QString()) + file;
+    }
+    m_taken.insert(folder.toCaseFolded());
+    const QString mbox = m_package + folder + QLatin1Char('/') + file + QStringLiteral(".mbox");
+    m_mboxOfMailbox.insert(mailbox, mbox);
+    return mbox;
+}
+
+QString PackageLayout::PathExtractor(const QString& messagePath, QString* reason) {
+    const QString mbox = MboxFor(messagePath);
+    if (m_made.contains(mbox))
+        return mbox;
+    if (!MakeFolders(mbox.left(mbox.lastIndexOf(QLatin1Char('/'))), reason))
         return QString();
-    result += fileName;
-
     // A new mbox file is created empty and typed; an existing one keeps its
     // content and its Finder information.
-    const int fd = ::open(QFile::encodeName(result).constData(),
+    const int fd = ::open(QFile::encodeName(mbox).constData(),
                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd >= 0) {
         ::close(fd);
-        SetFinderTypeAndCreator(result, "MBOX", "OPIM");
+        SetFinderTypeAndCreator(mbox, "MBOX", "OPIM");
     } else if (errno != EEXIST) {
-        *reason = QStringLiteral("cannot make '") + result + QStringLiteral("': ") +
+        *reason = QStringLiteral("cannot make '") + mbox + QStringLiteral("': ") +
                   QString::fromLocal8Bit(strerror(errno));
         return QString();
     }
-    return result;
+    m_made.insert(mbox);
+    return mbox;
 }

@@ -32,9 +32,9 @@ void AnalysisPipeline::Submit(const QString& path) {
     m_work.notify_one();
 }
 
-MailItem AnalysisPipeline::Take(bool* opened, QString* error) {
+MailItem AnalysisPipeline::Take(Analysis* outcome, QString* why) {
     if (m_queue.empty()) {
-        *opened = false;
+        *outcome = Analysis::Unreadable;
         return MailItem();
     }
     std::shared_ptr<Job> job = m_queue.front();
@@ -48,8 +48,8 @@ MailItem AnalysisPipeline::Take(bool* opened, QString* error) {
         m_wakeFor.reset();
     }
     m_queue.pop_front();
-    *opened = job->opened;
-    *error = job->error;
+    *outcome = job->outcome;
+    *why = job->why;
     return std::move(job->item);
 }
 
@@ -67,13 +67,13 @@ void AnalysisPipeline::Work() {
             m_todo.pop_front();
         }
         MailItem item;
-        QString error;
-        const bool opened = AnalyseMessageFile(file, job->path, m_partFiles, &item, &error);
+        QString why;
+        const Analysis outcome = AnalyseMessageFile(file, job->path, m_partFiles, &item, &why);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             job->item = std::move(item);
-            job->opened = opened;
-            job->error = error;
+            job->outcome = outcome;
+            job->why = why;
             job->done = true;
             if (!m_wakeFor || !m_wakeFor->done)
                 continue;

@@ -4,6 +4,7 @@
 // scan uses every core. Results are handed over strictly in the order the
 // files were queued; a record is only ever touched by one thread at a time.
 
+#include "scanner/MessageAnalysis.h"
 #include "scanner/Store.h"
 
 #include <QString>
@@ -32,17 +33,17 @@ public:
     AnalysisPipeline& operator=(const AnalysisPipeline&) = delete;
 
     void Submit(const QString& path);
-    // Waits for the oldest queued file and hands over its record. `opened`
-    // is false when the file could not be opened, and `error` then says why.
-    MailItem Take(bool* opened, QString* error);
+    // Waits for the oldest queued file and hands over its record, how the
+    // analysis went and (when it is no message) why.
+    MailItem Take(Analysis* outcome, QString* why);
     int Queued() const { return int(m_queue.size()); }
 
 private:
     struct Job {
         QString path;
         MailItem item;
-        bool opened = false;
-        QString error;
+        Analysis outcome = Analysis::Unreadable;
+        QString why;
         bool done = false;
     };
     void Work();

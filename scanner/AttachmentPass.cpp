@@ -161,22 +161,18 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
                                          const QList<QString>& partFiles) {
     QVector<FoundAttachment> out;
     const bool partial = messagePath.contains(QStringLiteral(".partial.emlx"));
-    QVector<qint64> marks;
-    QStringList candidates;
-    int handedOut = 0;
-    if (partial) {
-        file.Seek(0);
-        Line line;
-        while (file.ReadLine(&line))
-            if (line.First() == 'X' && line.StartsWith("X-Apple-Content-Length: "))
-                marks.append(line.next);
-        candidates = emlx::PartFileCandidates(messagePath, partFiles);
-    }
-    // Parts beyond the .emlxpart files may have Mail's decoded copy under
-    // Attachments.
-    QVector<DetachedPart> detached;
-    if (marks.size() > candidates.size())
-        detached = FindDetachedParts(file, messagePath);
+    // The .emlxpart file of each detached part; parts without one may have
+    // Mail's decoded copy under Attachments.
+    PartMarks found;
+    if (partial)
+        found = FindPartMarks(file, messagePath, partFiles);
+    const QVector<qint64>& marks = found.marks;
+    const QVector<DetachedPart>& detached = found.parts;
+    const QStringList& paired = found.files;
+    auto pairedFile = [&](qint64 mark) {
+        const int index = marks.indexOf(mark);
+        return index >= 0 ? paired.at(index) : QString();
+    };
     QSet<qint64> listed; // marks of the removed parts listed with their decoded file
 
     bool haveCount = false;
@@ -207,13 +203,8 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
             a.name = h.name;
             if (!a.name.contains(QLatin1Char('.')))
                 a.name += QLatin1Char('.') + h.subtype;
-            if (partial && h.detachedMark >= 0 && handedOut < candidates.size()) {
-                const int index = marks.indexOf(h.detachedMark);
-                if (index >= 0 && index < candidates.size()) {
-                    a.partFile = candidates[index];
-                    ++handedOut;
-                }
-            }
+            if (partial && h.detachedMark >= 0)
+                a.partFile = pairedFile(h.detachedMark);
             for (const DetachedPart& d : detached) {
                 if (a.partFile.isEmpty() && d.mark == h.detachedMark && !d.file.isEmpty()) {
                     a.partFile = d.file;
@@ -228,8 +219,7 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
     // without a name, nesting deeper than three boundaries) are listed too
     // when Mail has their file: the export restores them.
     for (const DetachedPart& d : detached) {
-        if (d.file.isEmpty() || listed.contains(d.mark) ||
-            marks.indexOf(d.mark) < candidates.size())
+        if (d.file.isEmpty() || listed.contains(d.mark) || !pairedFile(d.mark).isEmpty())
             continue;
         FoundAttachment a;
         a.start = a.end = d.bodyStart;

@@ -2,12 +2,15 @@
 // the MIME structure that numbers each part by its IMAP body section, and
 // the lookup of a section's decoded file under Attachments.
 #include "scanner/DetachedParts.h"
+#include "scanner/EmlxLines.h"
 #include "scanner/MessageFile.h"
 #include "scanner/MimePasses.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QMap>
+#include <QRegularExpression>
 #include <QTextCodec>
 
 #include <cstring>
@@ -318,19 +321,79 @@ QString AttachmentsFile(const QString& messagePath, const QString& section) {
     return QString();
 }
 
+QStringList PairedPartFiles(const QString& messagePath, const QStringList& candidates,
+                            const QVector<qint64>& marks, const QVector<DetachedPart>& parts) {
+    QStringList paired;
+    // "<folder>/<N>." as the candidates hold it, then the section.
+    QString stem = messagePath;
+    stem.remove(QStringLiteral("partial.emlx"), Qt::CaseSensitive);
+    const QLatin1String ending(".emlxpart");
+    QHash<QString, QString> bySection;
+    for (const QString& c : candidates) {
+        const int at = c.lastIndexOf(stem);
+        const QString section =
+            at < 0 || !c.endsWith(ending)
+                ? QString()
+                : c.mid(at + stem.size(), c.size() - at - stem.size() - ending.size());
+        static const QRegularExpression sectionName(QStringLiteral("^[0-9]+(\\.[0-9]+)*$"));
+        if (!sectionName.match(section).hasMatch()) {
+            // A name without a section: the files go in listing order.
+            for (int k = 0; k < marks.size(); ++k)
+                paired << (k < candidates.size() ? candidates.at(k) : QString());
+            return paired;
+        }
+        if (!bySection.contains(section))
+            bySection.insert(section, c);
+    }
+    for (qint64 mark : marks) {
+        QString file;
+        for (const DetachedPart& p : parts)
+            if (p.mark == mark)
+                file = bySection.value(p.section);
+        paired << file;
+    }
+    return paired;
+}
+
 QString DisplayedFileName(const QString& file) {
     return QFileInfo(file).fileName().normalized(QString::NormalizationForm_C);
 }
 
+PartMarks FindPartMarks(MessageFile& file, const QString& messagePath,
+                        const QStringList& partFiles) {
+    PartMarks found;
+    file.Seek(0);
+    Line line;
+    while (file.ReadLine(&line))
+        if (line.First() == 'X' && line.StartsWith(kLengthHeader))
+            found.marks.append(line.next);
+    if (!found.marks.isEmpty())
+        found.parts = FindDetachedParts(file, messagePath);
+    found.files = PairedPartFiles(messagePath, emlx::PartFileCandidates(messagePath, partFiles),
+                                  found.marks, found.parts);
+    return found;
+}
+
+void RemovedParts::Walk() {
+    if (m_walked)
+        return;
+    m_walked = true;
+    MessageFile file;
+    if (file.Open(m_path))
+        m_found = FindPartMarks(file, m_path, m_partFiles);
+    else // the files in listing order, as without sections
+        m_found.files = emlx::PartFileCandidates(m_path, m_partFiles);
+}
+
 const DetachedPart* RemovedParts::At(qint64 mark) {
-    if (!m_walked) {
-        m_walked = true;
-        MessageFile file;
-        if (file.Open(m_path))
-            m_parts = FindDetachedParts(file, m_path);
-    }
-    for (const DetachedPart& p : m_parts)
+    Walk();
+    for (const DetachedPart& p : m_found.parts)
         if (p.mark == mark && p.removed)
             return &p;
     return nullptr;
+}
+
+QStringList RemovedParts::PartFiles() {
+    Walk();
+    return m_found.files;
 }

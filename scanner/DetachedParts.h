@@ -15,6 +15,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 class MessageFile;
@@ -42,20 +43,48 @@ QVector<DetachedPart> FindDetachedParts(MessageFile& file, const QString& messag
 // and "._" files left aside; of several, the first by name), or empty.
 QString AttachmentsFile(const QString& messagePath, const QString& section);
 
+// The .emlxpart file of each "X-Apple-Content-Length: " line of a partial
+// message, in the order of those lines (`marks`: the file positions right
+// after them), or an empty entry where the store holds none. Mail names
+// these files by the section of their part ("12.2.emlxpart",
+// "12.2.3.emlxpart"), which `parts` (FindDetachedParts) gives for each line
+// of a part's header block; the files are paired by it. When a candidate's
+// name holds no section, the k-th line takes the k-th candidate in the
+// order of `candidates` (emlx::PartFileCandidates).
+QStringList PairedPartFiles(const QString& messagePath, const QStringList& candidates,
+                            const QVector<qint64>& marks, const QVector<DetachedPart>& parts);
+
 // The file's name as it is shown: Mail stores names decomposed (NFD).
 QString DisplayedFileName(const QString& file);
 
-// The removed parts of one message, walked on first use, for a reader that
-// meets the "X-Apple-Content-Length: " lines one after another.
+// The positions right after each "X-Apple-Content-Length: " line of the
+// message, its detached parts (FindDetachedParts) and the .emlxpart file of
+// each such line (PairedPartFiles).
+struct PartMarks {
+    QVector<qint64> marks;
+    QVector<DetachedPart> parts;
+    QStringList files;
+};
+PartMarks FindPartMarks(MessageFile& file, const QString& messagePath,
+                        const QStringList& partFiles);
+
+// The parts Mail kept apart from one message, walked on first use, for a
+// reader that meets the "X-Apple-Content-Length: " lines one after another.
 class RemovedParts {
 public:
-    explicit RemovedParts(const QString& messagePath) : m_path(messagePath) {}
+    RemovedParts(const QString& messagePath, const QStringList& partFiles)
+        : m_path(messagePath), m_partFiles(partFiles) {}
     // The removed part whose "X-Apple-Content-Length: " line ends at file
     // position `mark`, or null.
     const DetachedPart* At(qint64 mark);
+    // The .emlxpart file of each "X-Apple-Content-Length: " line, in order
+    // (an empty entry where none belongs to it).
+    QStringList PartFiles();
 
 private:
+    void Walk();
     QString m_path;
+    QStringList m_partFiles;
     bool m_walked = false;
-    QVector<DetachedPart> m_parts;
+    PartMarks m_found;
 };

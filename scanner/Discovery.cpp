@@ -110,8 +110,6 @@ QString FolderPathBeforeMailboxes(const QString& line, const QString& defaultMai
     return path;
 }
 
-const QString kMbox = QStringLiteral(".mbox");
-
 } // namespace
 
 StoreListing ListStoreFiles(const QString& store) {
@@ -162,53 +160,77 @@ StoreListing ListStoreFiles(const QString& store) {
     return out;
 }
 
-QString FolderPathForMessage(const QString& line, const QString& defaultMailPath,
-                             const QString& storePath) {
-    QString path = FolderPathBeforeMailboxes(line, defaultMailPath, storePath);
-    const int lastMbox = path.lastIndexOf(kMbox);
-    if (lastMbox >= 0)
-        path.truncate(lastMbox);
-    path.remove(kMbox);
-    return path.mid(1);
+FolderKind KindOfFolderName(const QString& name) {
+    if (name.endsWith(QLatin1String(".mbox")))
+        return FolderKind::Mailbox;
+    if (name.endsWith(QLatin1String(".imapmbox")))
+        return FolderKind::ImapMailbox;
+    if (name.endsWith(QLatin1String(".ewsmbox")))
+        return FolderKind::EwsMailbox;
+    return FolderKind::Folder;
+}
+
+QString WithoutMailboxEnding(const QString& name) {
+    switch (KindOfFolderName(name)) {
+    case FolderKind::Mailbox:
+        return name.chopped(5);
+    case FolderKind::ImapMailbox:
+        return name.chopped(9);
+    case FolderKind::EwsMailbox:
+        return name.chopped(8);
+    default:
+        return name;
+    }
 }
 
 QVector<FolderPart> FolderPartsForMessage(const QString& line, const QString& defaultMailPath,
                                           const QString& storePath) {
-    QString path = FolderPathBeforeMailboxes(line, defaultMailPath, storePath);
-    const int lastMbox = path.lastIndexOf(kMbox);
-    if (lastMbox >= 0)
-        path.truncate(lastMbox);
-    // ".mbox" holds no "/", so taking it out of each level takes it out of
-    // the whole path; the level where the path was cut is a mailbox too.
-    const QStringList levels = path.split(QLatin1Char('/'));
-    const bool leadingSlash = path.startsWith(QLatin1Char('/'));
-    QVector<FolderPart> parts;
-    QString joined;
-    for (int i = 0; i < levels.size(); ++i) {
-        QString name = levels.at(i);
-        FolderKind kind = FolderKind::Folder;
-        if (name.contains(kMbox) || (lastMbox >= 0 && i == levels.size() - 1)) {
-            name.remove(kMbox);
-            kind = FolderKind::Mailbox;
-        } else if (name.endsWith(QLatin1String(".imapmbox"))) {
-            kind = FolderKind::ImapMailbox;
-        } else if (name.endsWith(QLatin1String(".ewsmbox"))) {
-            kind = FolderKind::EwsMailbox;
-        }
-        if (i > 0)
-            joined += QLatin1Char('/');
-        joined += name;
-        parts.append({name, kind});
-    }
+    const QString path = FolderPathBeforeMailboxes(line, defaultMailPath, storePath);
     // The path's first character goes: its leading "/", or (without one)
     // the first character of the first level.
-    if (joined.size() <= 1)
+    if (path.size() <= 1)
         return {};
-    if (leadingSlash)
-        parts.removeFirst();
-    else
-        parts.first().name.remove(0, 1);
+    QStringList levels = path.mid(1).split(QLatin1Char('/'));
+    int innermost = levels.size() - 1;
+    while (innermost >= 0 && KindOfFolderName(levels.at(innermost)) == FolderKind::Folder)
+        --innermost;
+    if (innermost >= 0)
+        levels.erase(levels.begin() + innermost + 1, levels.end());
+    QVector<FolderPart> parts;
+    parts.reserve(levels.size());
+    for (const QString& level : qAsConst(levels))
+        parts.append({level, WithoutMailboxEnding(level), KindOfFolderName(level)});
     return parts;
+}
+
+QString WhyNotAMessage(const QString& path, const char* firstBytes, qint64 size) {
+    if (IsAppleDoubleName(path))
+        return QStringLiteral("an AppleDouble file (\"._\" name), not a message");
+    if (size <= 0)
+        return QStringLiteral("an empty file, not a message");
+    // The first line: Mail's byte count, or (a plain message) a header field.
+    const char* end = static_cast<const char*>(memchr(firstBytes, '\n', size_t(size)));
+    qint64 n = end ? end - firstBytes : size;
+    while (n > 0 &&
+           (firstBytes[n - 1] == '\r' || firstBytes[n - 1] == ' ' || firstBytes[n - 1] == '\t'))
+        --n;
+    const char* p = firstBytes;
+    if (n >= 3 && memcmp(p, "\xEF\xBB\xBF", 3) == 0) // a byte-order mark
+        p += 3, n -= 3;
+    while (n > 0 && (*p == ' ' || *p == '\t'))
+        ++p, --n;
+    bool digits = n > 0;
+    for (qint64 i = 0; i < n && digits; ++i)
+        digits = p[i] >= '0' && p[i] <= '9';
+    if (digits)
+        return QString();
+    // A field name: printable characters other than ":", then ":".
+    qint64 i = 0;
+    while (i < n && p[i] > ' ' && p[i] < 127 && p[i] != ':')
+        ++i;
+    if (i > 0 && i < n && p[i] == ':')
+        return QString();
+    return QStringLiteral("neither a byte count nor a header on its first line, not a message");
 }
 
 QString MessageNumberText(const QString& line) {

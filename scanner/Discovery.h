@@ -39,23 +39,34 @@ StoreListing ListStoreFiles(const QString& store);
 
 // One folder level of a message's folder path.
 struct FolderPart {
-    QString name;
+    QString key;  // the level's name on disk: folders are told apart by it
+    QString name; // the name shown: the key without its mailbox ending
     FolderKind kind;
 };
 
-// Folder path of a message file, e.g. "Mailboxes/Work/Projects" for
-// ".../V2/Mailboxes/Work.mbox/Projects.mbox/<id>/Data/Messages/1234.emlx".
-// Under the user's Mail folder (defaultMailPath) the version folder "/V<n>"
-// is cut; elsewhere the store folder (storePath) is removed from the path.
-// Everything from the last ".mbox" on is dropped and the other ".mbox"
-// endings are removed. Searches are case-sensitive.
-QString FolderPathForMessage(const QString& line, const QString& defaultMailPath,
-                             const QString& storePath);
-// The same path as its levels, each with its kind: a level that lost a
-// ".mbox" is a mailbox, one named "*.imapmbox" or "*.ewsmbox" a mailbox of
-// that kind, any other a plain folder. Empty for an empty path.
+// The mailbox endings of folder names, and what each makes of a folder.
+FolderKind KindOfFolderName(const QString& name);
+// The name without its mailbox ending (".mbox", ".imapmbox", ".ewsmbox").
+QString WithoutMailboxEnding(const QString& name);
+
+// The folder of a message file, as its levels: the path of its folder below
+// the store ("V2/Mailboxes/Work.mbox/Projects.mbox/<id>/Data/Messages"), up
+// to its innermost mailbox ("V2/Mailboxes/Work/Projects"); the whole path
+// when no level is a mailbox. Under the user's Mail folder (defaultMailPath)
+// the version folder "/V<n>" is cut; elsewhere the store folder (storePath)
+// is removed from the path and a leading "/Mail/" and "/V/" go. Searches are
+// case-sensitive. Empty for a file directly in the store.
 QVector<FolderPart> FolderPartsForMessage(const QString& line, const QString& defaultMailPath,
                                           const QString& storePath);
+
+// A file that holds no message: an AppleDouble companion ("._" name, made
+// where a Mail folder was copied to a disk or share that keeps no extended
+// attributes), an empty file, or one whose first line is neither a byte
+// count nor a header field. Returns why, or an empty string for a message.
+QString WhyNotAMessage(const QString& path, const char* firstBytes, qint64 size);
+inline bool IsAppleDoubleName(const QString& path) {
+    return path.midRef(path.lastIndexOf(QLatin1Char('/')) + 1).startsWith(QLatin1String("._"));
+}
 
 // File name of a path up to its first "." ("1234" for both
 // ".../1234.emlx" and ".../1234.partial.emlx").

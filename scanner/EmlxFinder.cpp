@@ -20,6 +20,12 @@ bool IsMessageEntry(const FoundEntry& entry) {
     return !entry.path.isEmpty() && !entry.path.contains(kRssFeedMarker);
 }
 
+// A file that is analysed: a message entry that names no folder and no
+// AppleDouble file.
+bool IsAnalysed(const FoundEntry& entry) {
+    return IsMessageEntry(entry) && entry.error.isEmpty() && !IsAppleDoubleName(entry.path);
+}
+
 // Few distinct charsets and transfer encodings occur in a store: each
 // message's copy shares the bytes of the first one seen, so a large store
 // does not hold the same short texts many thousand times.
@@ -64,7 +70,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
     const QVector<FoundEntry>& list = listing.messages;
 
     for (const FoundEntry& entry : list)
-        if (IsMessageEntry(entry))
+        if (IsMessageEntry(entry) && !IsAppleDoubleName(entry.path))
             ++result.total;
     progress.OnShowingScanProgBar();
     progress.OnSettingsForPrgBar(static_cast<unsigned long>(list.size()),
@@ -79,7 +85,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
     auto readAhead = [&](int from) {
         for (; ahead < list.size() && ahead - from < AnalysisPipeline::kWindow; ++ahead) {
             const FoundEntry& e = list.at(ahead);
-            if (IsMessageEntry(e) && e.error.isEmpty() && !options.foldersOnly)
+            if (IsAnalysed(e) && !options.foldersOnly)
                 pipeline.Submit(e.path);
         }
     };
@@ -99,10 +105,10 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
             continue;
         }
         const QString& line = entry.path;
-        ++taken;
         // A folder that could not be read: like a message file that cannot
         // be opened, it ends the scan unless the user asked to go on.
         if (!entry.error.isEmpty()) {
+            ++taken;
             if (!options.keepGoing) {
                 result.EndAt(RunResult::Ending::UnreadableFile, line, entry.error,
                              result.total - taken + 1);
@@ -112,7 +118,12 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
             progress.CurrentValue();
             continue;
         }
-        store.IsConverted = true;
+        if (IsAppleDoubleName(line)) {
+            result.notMessages.append({line, WhyNotAMessage(line, nullptr, 0)});
+            progress.CurrentValue();
+            continue;
+        }
+        ++taken;
         const QString numberText = MessageNumberText(line);
         // Messages of one folder come one after the other: the folder path
         // is worked out again only when the file's folder changes.
@@ -126,9 +137,17 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
             progress.ClearLeftTree();
         currentFolder = builder.llParentIdRunning;
 
-        bool opened = options.foldersOnly;
-        QString error;
-        MailItem item = opened ? MailItem() : pipeline.Take(&opened, &error);
+        Analysis outcome = Analysis::Message;
+        QString why;
+        MailItem item = options.foldersOnly ? MailItem() : pipeline.Take(&outcome, &why);
+        if (outcome == Analysis::NotAMessage) {
+            result.notMessages.append({line, why});
+            --result.total;
+            --taken;
+            progress.CurrentValue();
+            continue;
+        }
+        store.IsConverted = true;
         FldrAtrib* folder = store.Folder(builder.llParentIdRunning);
         if (!folder) {
             // Only a message without a folder path that comes before every
@@ -136,8 +155,9 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
             progress.CurrentValue();
             continue;
         }
+        const bool opened = outcome == Analysis::Message;
         if (!opened && options.keepGoing) {
-            result.Skip(line, error);
+            result.Skip(line, why);
             progress.CurrentValue();
             continue;
         }
@@ -150,7 +170,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
         // A message file that cannot be opened ends the scan; the record
         // keeps its place without being announced.
         if (!opened) {
-            result.EndAt(RunResult::Ending::UnreadableFile, line, error, result.total - taken + 1);
+            result.EndAt(RunResult::Ending::UnreadableFile, line, why, result.total - taken + 1);
             return store;
         }
         AnnounceItem(progress, *folder, numberText);

@@ -19,10 +19,10 @@ void FolderBuilder::treeCreator(const QVector<FolderPart>& parts) {
     for (int i = 0; i < parts.size(); ++i) {
         const FolderPart& part = parts.at(i);
         const unsigned long long parent = i == 0 ? llRootId : llParentIdRunning;
-        if (GetParentId(part.name, parent, &llParentIdRunning))
+        if (GetParentId(part.key, parent, &llParentIdRunning))
             continue;
         const unsigned long long id = ++PID;
-        objMapName_FID.insert(part.name, id);
+        objMapName_FID.insert(part.key, id);
         objMapFID_PID.insert(id, parent);
         objMapFID_Name.insert(id, part.name);
         llParentIdRunning = id;

@@ -20,14 +20,15 @@ public:
     // deepest one's identifier in llParentIdRunning. An empty path leaves
     // llParentIdRunning as it was: the message joins the previous folder.
     void treeCreator(const QVector<FolderPart>& parts);
-    // The folder `name` below `parentId`, when it has been made.
+    // The folder whose level is named `name` on disk below `parentId`, when
+    // it has been made.
     bool GetParentId(const QString& name, unsigned long long parentId, unsigned long long* outId);
 
     // The last identifier handed out (the root's before the first folder).
     unsigned long long PID = llRootId;
     // The folder of the last path built; 0 before the first one.
     unsigned long long llParentIdRunning = 0;
-    // Folder name -> identifiers of the folders of that name.
+    // Folder name on disk -> identifiers of the folders of that name.
     QMultiHash<QString, unsigned long long> objMapName_FID;
     // Folder identifier -> its parent's.
     QHash<unsigned long long, unsigned long long> objMapFID_PID;

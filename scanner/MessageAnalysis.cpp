@@ -3,6 +3,7 @@
 // and short header texts end up in the record.
 #include "scanner/MessageAnalysis.h"
 
+#include "scanner/Discovery.h"
 #include "scanner/MessageFile.h"
 #include "scanner/MimePasses.h"
 #include "scanner/Store.h"
@@ -17,12 +18,19 @@ QByteArray Found(const QByteArray& text) {
 
 } // namespace
 
-bool AnalyseMessageFile(MessageFile& file, const QString& path, const QStringList& partFiles,
-                        MailItem* item, QString* error) {
+Analysis AnalyseMessageFile(MessageFile& file, const QString& path, const QStringList& partFiles,
+                            MailItem* item, QString* why) {
     if (!file.Open(path)) {
-        if (error)
-            *error = file.ErrorString();
-        return false;
+        if (why)
+            *why = file.ErrorString();
+        return Analysis::Unreadable;
+    }
+    const QString junk = WhyNotAMessage(path, file.Data(), file.Size());
+    if (!junk.isEmpty()) {
+        if (why)
+            *why = junk;
+        file.Close();
+        return Analysis::NotAMessage;
     }
 
     const QVector<BoundaryLevel> levels = ScanBoundaries(file);
@@ -64,5 +72,5 @@ bool AnalyseMessageFile(MessageFile& file, const QString& path, const QStringLis
             item->flags = emlx::TrailerFlags(file.Data() + trailer, file.Size() - trailer);
     }
     file.Close();
-    return true;
+    return Analysis::Message;
 }

@@ -25,10 +25,18 @@ public:
     // Messages per folder: the scan counts the folders of the store (by the
     // folder path the scan shows), the export its mbox files, in the order
     // of their first message.
+    // What the line-by-line copy changed or lost of one message.
+    struct Losses {
+        bool converted = false;   // the Latin-1 conversion changed a line
+        quint64 droppedLines = 0; // lines dropped at a trailer mark
+        quint64 cutLines = 0;     // lines cut short at a NUL byte
+    };
     struct Folder {
         QString path;
         quint64 messages = 0;
         quint64 converted = 0; // messages the Latin-1 conversion changed
+        quint64 droppedLines = 0;
+        quint64 cutLines = 0;
     };
     // A file that was skipped (with the keep-going option), and why.
     struct Skipped {
@@ -49,7 +57,12 @@ public:
     quint64 notDone = 0;   // messages left undone because the run ended at `file`
     QList<Folder> folders; // per folder: messages scanned or written
     QList<Skipped> skipped;
+    // Files named like messages that hold none (AppleDouble companions,
+    // empty files): passed over and listed, never written.
+    QList<Skipped> notMessages;
     quint64 converted = 0;            // messages whose bytes the Latin-1 conversion changed
+    quint64 droppedLines = 0;         // lines dropped at a trailer mark inside a message
+    quint64 cutLines = 0;             // lines cut short at a NUL byte
     quint64 partsFromEmlxpart = 0;    // detached parts restored from .emlxpart files
     quint64 partsFromAttachments = 0; // ... and from Mail's Attachments folder
     QList<MissingPart> missingParts;
@@ -62,16 +75,17 @@ public:
     // a file, skipped files, changed text or lost parts.
     bool HasLosses() const {
         return EndedAtFile() || !skipped.isEmpty() || !unwritten.isEmpty() || converted > 0 ||
-               !missingParts.isEmpty();
+               droppedLines > 0 || cutLines > 0 || !missingParts.isEmpty();
     }
 
     bool EndedAtFile() const {
         return ending == Ending::UnreadableFile || ending == Ending::Failed;
     }
 
-    // Adds one message to the folder (new folders go last); `converted`
-    // when the Latin-1 conversion changed its bytes.
-    void Count(const QString& folder, bool converted = false);
+    // Adds one message to the folder (new folders go last), with what the
+    // copy changed or lost of it.
+    void Count(const QString& folder, const Losses& losses);
+    void Count(const QString& folder) { Count(folder, Losses()); }
     void Skip(const QString& path, const QString& why) { skipped.append({path, why}); }
     // Ends the run at a file that could not be used.
     void EndAt(Ending how, const QString& path, const QString& why, quint64 left);

@@ -29,6 +29,28 @@ inline QByteArray Reference(const QString& path, bool partial, const QStringList
     if (!file.Open(path) || !file.ReadLine(&line))
         return out;
     const quint64 n = *count = line.Text().trimmed().toULongLong();
+    if (keepBytes && !partial) {
+        // Every byte: the count of them after the first line, or without a
+        // count up to the first line with a trailer mark; "From " lines
+        // escaped and a final line feed.
+        const qint64 from = line.next;
+        qint64 end =
+            n > 0 ? qMin<qint64>(file.Size(), from + qint64(qMin<quint64>(n, quint64(file.Size()))))
+                  : file.Size();
+        if (n == 0)
+            while (file.ReadLine(&line))
+                if (emlx::HasMark(file.Data() + line.start, line.next - line.start)) {
+                    end = line.start;
+                    break;
+                }
+        const QByteArray message = QByteArray(file.Data() + from, int(end - from));
+        for (const QByteArray& l : message.split('\n'))
+            out += (l.startsWith("From ") ? ">" : "") + l + "\n";
+        out.chop(1); // the split's last piece has no line feed of its own
+        if (!out.endsWith('\n'))
+            out += '\n';
+        return out;
+    }
     int partIndex = 0;
     while (file.ReadLine(&line)) {
         QString l = line.Text();
@@ -52,7 +74,7 @@ inline QByteArray Reference(const QString& path, bool partial, const QStringList
                 emlx::Line partLine;
                 if (part.Open(parts[partIndex]))
                     while (part.ReadLine(&partLine))
-                        out += partLine.Bytes();
+                        out += (partLine.Text().startsWith("From ") ? ">" : "") + partLine.Bytes();
                 out += "\n";
             }
             ++partIndex;

@@ -28,7 +28,7 @@ QVector<Entry> Analyse(const QString& path, const QStringList& partFiles = {}) {
     MessageFile file;
     MailItem item;
     QVector<Entry> out;
-    if (AnalyseMessageFile(file, path, partFiles, &item))
+    if (AnalyseMessageFile(file, path, partFiles, &item) == Analysis::Message)
         for (const AttachmentEntry& a : item.attachments)
             out.append({a.name, a.partFile, a.llStart, a.llEnd});
     return out;
@@ -133,13 +133,18 @@ private slots:
                       const QStringList& paired) {
             QTest::newRow(name) << message << listed << paired;
         };
-        // Paired by index in list order, not by the part number in the name.
-        row("listed 3 then 2", "12.partial.emlx", {"12.3.emlxpart", "12.2.emlxpart"},
-            {"12.3.emlxpart", "12.2.emlxpart"});
-        row("other message's parts are no candidates", "12.partial.emlx",
-            {"112.2.emlxpart", "12.3.emlxpart"}, {"12.3.emlxpart", ""});
+        // Paired by the section in the name (the text part is section 1),
+        // whatever order the files are listed in.
+        const QStringList inOrder{"12.2.emlxpart", "12.3.emlxpart"};
+        row("listed 2 then 3", "12.partial.emlx", inOrder, inOrder);
+        row("listed 3 then 2", "12.partial.emlx", {"12.3.emlxpart", "12.2.emlxpart"}, inOrder);
+        row("a neighbour's parts are no candidates", "12.partial.emlx",
+            {"112.2.emlxpart", "123.2.emlxpart", "12.3.emlxpart"}, {"", "12.3.emlxpart"});
         row("fewer files than parts", "12.partial.emlx", {"12.2.emlxpart"}, {"12.2.emlxpart", ""});
-        row("not partial", "12.emlx", {"12.2.emlxpart", "12.3.emlxpart"}, {"", ""});
+        // Names without a section are taken in listing order.
+        row("no section in the names", "12.partial.emlx", {"12.b.emlxpart", "12.a.emlxpart"},
+            {"12.b.emlxpart", "12.a.emlxpart"});
+        row("not partial", "12.emlx", inOrder, {"", ""});
     }
     void partialPairing() {
         QFETCH(QString, messageName);
@@ -148,8 +153,9 @@ private slots:
         const QByteArray part = "--b\nContent-Type: application/pdf; name=\"p.pdf\"\n"
                                 "Content-Disposition: attachment; filename=\"p.pdf\"\n"
                                 "X-Apple-Content-Length: 100\n\n";
-        const QByteArray message =
-            "Content-Type: multipart/mixed; boundary=\"b\"\n\n" + part + part + "--b--\n";
+        const QByteArray message = "Content-Type: multipart/mixed; boundary=\"b\"\n\n"
+                                   "--b\nContent-Type: text/plain\n\nhi\n" +
+                                   part + part + "--b--\n";
         const QString path =
             TempFile(Emlx(message), QStringLiteral("p%1/Messages/").arg(++m_count) + messageName);
         const QString dir = path.left(path.lastIndexOf('/') + 1);

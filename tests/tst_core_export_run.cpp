@@ -25,7 +25,9 @@ const QList<QPair<int, QString>> kMessages = {
     {2, "/V2/Mailboxes/Part.mbox/Messages/4.partial.emlx"},
     {3, "/V2/RSS/Apple Hot News.rssmbox/Messages/5.emlx"},
 };
-const QString kPartFile = "/V2/Mailboxes/Part.mbox/Messages/4.2.emlxpart";
+// Mail names a detached part's file by the part's section: the whole body of
+// a message that is no multipart is section 1.
+const QString kPartFile = "/V2/Mailboxes/Part.mbox/Messages/4.1.emlxpart";
 
 const QString kWorkMbox = "/Mail/V2/Mailboxes/Work/Work.mbox";
 const QString kProjectsMbox = "/Mail/V2/Mailboxes/Work/Projects/Projects.mbox";
@@ -55,11 +57,6 @@ QByteArray FinderInfo(const QString& path) {
 #endif
     );
     return n < 0 ? QByteArray() : QByteArray(buf, int(n));
-}
-
-void MappingRow(const char* name, const QString& message, const QString& expected,
-                const QString& store = kStore, const QString& package = kPackage) {
-    QTest::newRow(name) << store << package << message << expected;
 }
 
 } // namespace
@@ -190,9 +187,8 @@ private slots:
             QVERIFY(QDir().mkpath(m_package + kWorkMbox));
         if (damage == "package")
             QVERIFY(QDir().mkpath(m_package + "/Contents/Info.plist"));
-        if (damage == "part")
-            store.listOfPathOfEmlxPart =
-                QStringList{m_store + "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"};
+        if (damage == "part") // listed, but gone
+            QVERIFY(QFile::remove(m_store + kPartFile));
         Progress log;
         log.stopAfter = damage.startsWith("stop") ? damage.mid(4).toInt() : -1;
         log.stop = log.stopAfter == 0;
@@ -213,8 +209,8 @@ private slots:
         // message cut short at its part file is not counted as written.
         const bool keepGoing = m_job.options.keepGoing;
         const QString endedAt = damage == "message" || damage == "folder" ? kMessages[1].second
-                                : damage == "part" ? "/V2/Mailboxes/Part.mbox/Messages/4.9.emlxpart"
-                                                   : QString();
+                                : damage == "part"                        ? kPartFile
+                                                                          : QString();
         QCOMPARE(result.EndedAtFile(), (!endedAt.isEmpty() && !keepGoing) || package);
         if (keepGoing) {
             QCOMPARE(result.skipped.size(), 1);
@@ -288,49 +284,66 @@ private slots:
         QVERIFY(reason.contains("taken.rge"));
     }
 
+    // Messages mapped one after the other, each to its mbox file.
     void mapping_data() {
         QTest::addColumn<QString>("store"); // all paths below the temporary folder
         QTest::addColumn<QString>("package");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QString>("expected");
+        QTest::addColumn<QStringList>("messages");
+        QTest::addColumn<QStringList>("expected");
         const QString s = kStore, p = kPackage;
-        // The innermost mailbox holds the message; its parents lose their suffix.
-        MappingRow("nested mailbox",
-                   s + "/V2/Mailboxes/Work.mbox/Projects.mbox/ID/Data/Messages/8.emlx",
-                   p + "/Mail/V2/Mailboxes/Work/Projects/Projects.mbox");
-        MappingRow("imap wins over a later .mbox",
-                   s + "/V2/acct/INBOX.imapmbox/Sub.mbox/Messages/1.emlx",
-                   p + "/Mail/V2/acct/INBOX/INBOX.mbox");
-        MappingRow("exchange wins over imap",
-                   s + "/V2/x.ewsmbox/y.imapmbox/Messages/1.partial.emlx", p + "/Mail/V2/x/x.mbox");
-        MappingRow(".mbox inside a folder name",
-                   s + "/V2/Mailboxes/Old.mbox.backup.mbox/Messages/1.emlx",
-                   p + "/Mail/V2/Mailboxes/Old.backup/Old.mbox.backup.mbox");
-        MappingRow("store inside the mailbox",
-                   s + "/V2/Mailboxes/Work.mbox/ID/Data/Messages/7.emlx",
-                   p + "/Mail/ID/Data/Work/Work.mbox", s + "/V2/Mailboxes/Work.mbox/ID/Data");
-        // The removal of ".mbox" leaves the package path alone.
-        MappingRow("store is the mailbox", s + "/V2/Mailboxes/Work.mbox/ID/Data/Messages/7.emlx",
-                   "/out.mbox/pkg.rge/Mail/Work/Work.mbox", s + "/V2/Mailboxes/Work.mbox",
-                   "/out.mbox/pkg.rge");
+        auto row = [](const char* name, const QStringList& messages, const QStringList& expected,
+                      const QString& store = kStore, const QString& package = kPackage) {
+            QTest::newRow(name) << store << package << messages << expected;
+        };
+        // The innermost mailbox holds the message; every level loses its ending.
+        row("nested mailbox", {s + "/V2/Mailboxes/Work.mbox/Projects.mbox/ID/Data/Messages/8.emlx"},
+            {p + "/Mail/V2/Mailboxes/Work/Projects/Projects.mbox"});
+        row("mailboxes of every kind inside each other",
+            {s + "/V2/acct/INBOX.imapmbox/Sub.mbox/Messages/1.emlx",
+             s + "/V2/x.ewsmbox/y.imapmbox/Messages/1.partial.emlx",
+             s + "/V2/acct/INBOX.imapmbox/Messages/2.emlx"},
+            {p + "/Mail/V2/acct/INBOX/Sub/Sub.mbox", p + "/Mail/V2/x/y/y.mbox",
+             p + "/Mail/V2/acct/INBOX/INBOX.mbox"});
+        row(".mbox inside a folder name stays",
+            {s + "/V2/Mailboxes/Old.mbox.backup.mbox/Messages/1.emlx"},
+            {p + "/Mail/V2/Mailboxes/Old.mbox.backup/Old.mbox.backup.mbox"});
+        row("no mailbox ending: the message's folder", {s + "/V2/Plain/Messages/1.emlx"},
+            {p + "/Mail/V2/Plain/Messages/Messages.mbox"});
+        // Mailboxes that would share a file, also where only the case
+        // differs (macOS does not tell those apart), get a file each.
+        row("names alike once the endings go",
+            {s + "/V2/A.mbox/Messages/1.emlx", s + "/V2/A.imapmbox/Messages/2.emlx",
+             s + "/V2/a.mbox/Messages/3.emlx", s + "/V2/A.mbox/Messages/4.emlx"},
+            {p + "/Mail/V2/A/A.mbox", p + "/Mail/V2/A (2)/A (2).mbox",
+             p + "/Mail/V2/a (3)/a (3).mbox", p + "/Mail/V2/A/A.mbox"});
+        row("store inside the mailbox", {s + "/V2/Mailboxes/Work.mbox/ID/Data/Messages/7.emlx"},
+            {p + "/Mail/ID/Data/Work/Work.mbox"}, s + "/V2/Mailboxes/Work.mbox/ID/Data");
+        // The package path itself is left as the user chose it.
+        row("store is the mailbox", {s + "/V2/Mailboxes/Work.mbox/ID/Data/Messages/7.emlx"},
+            {"/out.mbox/pkg.rge/Mail/Work/Work.mbox"}, s + "/V2/Mailboxes/Work.mbox",
+            "/out.mbox/pkg.rge");
         // Folder names that would lead out of the package or vanish (the
         // command-line test exports "...mbox" and Latin-1 names end to end).
-        MappingRow("dot and empty names", s + "/..mbox/.mbox/Messages/1.emlx",
-                   p + "/Mail/_./_/.mbox");
-        MappingRow("message outside the store lands beside the package",
-                   "/elsewhere/X.mbox/Messages/1.emlx", p + "X.mbox");
+        row("dot and empty names", {s + "/..mbox/.mbox/Messages/1.emlx"},
+            {p + "/Mail/_./_/_.mbox"});
+        row("message outside the store", {"/elsewhere/X.mbox/Messages/1.emlx"},
+            {p + "/Mail/X/X.mbox"});
     }
     void mapping() {
         QFETCH(QString, store);
         QFETCH(QString, package);
-        QFETCH(QString, message);
-        QFETCH(QString, expected);
+        QFETCH(QStringList, messages);
+        QFETCH(QStringList, expected);
         const QString root = m_dir.path();
-        QString reason;
-        const QString path = PathExtractor(root + package, root + message, root + store, &reason);
-        QCOMPARE(path, root + expected);
-        QVERIFY(QFileInfo(path).isFile());
-        QCOMPARE(QFileInfo(path).size(), 0);
+        PackageLayout layout(root + package, root + store);
+        QStringList got;
+        for (const QString& m : messages) {
+            QString reason;
+            const QString path = layout.PathExtractor(root + m, &reason);
+            QVERIFY2(QFileInfo(path).isFile() && QFileInfo(path).size() == 0, qPrintable(reason));
+            got << path.mid(root.size());
+        }
+        QCOMPARE(got, expected);
     }
 
     // The mbox file is made with its Finder information; a later message of
@@ -339,8 +352,8 @@ private slots:
         const QString root = m_dir.path();
         QString reason;
         auto map = [&](const QString& n) {
-            return PathExtractor(root + "/p.rge", root + "/store/A.mbox/Messages/" + n,
-                                 root + "/store", &reason);
+            return PackageLayout(root + "/p.rge", root + "/store")
+                .PathExtractor(root + "/store/A.mbox/Messages/" + n, &reason);
         };
         const QString path = map("1.emlx");
         const bool xattrs = WriteFile(root + "/probe", "") &&

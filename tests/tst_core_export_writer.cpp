@@ -90,29 +90,33 @@ private slots:
             Emlx(QByteArray("ab\0cd\nnext\n\0junk\nx\n", 19)), "abnext\nx\n", false, {},
             QByteArray("ab\0cd\nnext\n\0junk\nx\n", 19));
         Row("byte-order mark dropped before From", Emlx("\357\273\277From a\nb\357\273\277\n"),
-            ">From a\nb?\n", false, {}, ">\357\273\277From a\nb\357\273\277\n");
+            ">From a\nb?\n", false, {}, "\357\273\277From a\nb\357\273\277\n");
         Row("markers inside the message are dropped",
             Emlx("a\nsee " + kXml + " here\nb\n" + kDoctype + "\nc\nmore text\n"),
-            "a\nb\nc\nmore text\n");
+            "a\nb\nc\nmore text\n", false, {},
+            "a\nsee " + kXml + " here\nb\n" + kDoctype + "\nc\nmore text\n");
         // Positions count the byte count line too, so a marker within that
         // many bytes of the message's end already ends the copy.
-        Row("marker near the message end ends it", Emlx("a\n" + kXml + "\nb\n"), "a\n");
+        Row("marker near the message end ends it", Emlx("a\n" + kXml + "\nb\n"), "a\n", false, {},
+            "a\n" + kXml + "\nb\n");
         const QByteArray trailer = kXml + "\n" + kDoctype + "\n<plist>\n</plist>\n";
         // A count with blanks around it is read; one that is too large lets
         // both markers be dropped and the rest of the property list copied.
-        Row("count with blanks, too large", " 999 \r\nab\n" + trailer, "ab\n<plist>\n</plist>\n");
+        Row("count with blanks, too large", " 999 \r\nab\n" + trailer, "ab\n<plist>\n</plist>\n",
+            false, {}, "ab\n" + trailer);
         Row("count not a number is zero", "x999\nab\n" + trailer, "ab\n");
-        Row("marker ending exactly at the count is dropped", "45\nab\n" + kXml + "\ncd\n",
-            "ab\ncd\n");
-        Row("one past the count ends the copy", "44\nab\n" + kXml + "\ncd\n", "ab\n");
+        // Keeping every byte, the count alone says where the message ends.
+        const QByteArray marked = "ab\n" + kXml + "\ncd\n";
+        Row("marker ending exactly at the count is dropped", "45\n" + marked, "ab\ncd\n", false, {},
+            marked);
+        Row("one past the count ends the copy", "44\n" + marked, "ab\n", false, {}, marked);
         // The count line is read whole, however long: a mark before the count
         // is reached is dropped and the copy goes on.
-        const QByteArray marked = "ab\n" + kXml + "\ncd\n";
         Row("count longer than a chunk",
-            QByteArray(70000, '0') + "9999999" + QByteArray(70000, ' ') + "\n" + marked,
-            "ab\ncd\n");
+            QByteArray(70000, '0') + "9999999" + QByteArray(70000, ' ') + "\n" + marked, "ab\ncd\n",
+            false, {}, marked);
         Row("count after a byte-order mark, white space outside ASCII, a plus",
-            "\xEF\xBB\xBF\xC2\xA0\t+99999\xE3\x80\x80\n" + marked, "ab\ncd\n");
+            "\xEF\xBB\xBF\xC2\xA0\t+99999\xE3\x80\x80\n" + marked, "ab\ncd\n", false, {}, marked);
         Row("count with a minus", "-99999\n" + marked, "ab\n");
         Row("count beyond 64 bits", "18446744073709551616\n" + marked, "ab\n");
 
@@ -120,11 +124,12 @@ private slots:
         // a line's start, its end or anything in between stay the same.
         const QByteArray big(3 * 1024 * 1024 + 7, 'x');
         Row("huge: escaped, crlf, no newline at the end", "10\nFrom " + big + "\r\n" + big,
-            ">From " + big + "\n" + big);
-        Row("huge: marker far in, past the count", "10\na\n" + big + kXml + "\nz\n", "a\n");
+            ">From " + big + "\n" + big, false, {}, ">From xxxxx\n");
+        Row("huge: marker far in, past the count", "10\na\n" + big + kXml + "\nz\n", "a\n", false,
+            {}, "a\nxxxxxxxx\n");
         Row("huge: text after a nul is dropped, a marker there too",
             "10\n" + big + QByteArray(1, '\0') + big + kXml + "\nz\n", big + "z\n", false, {},
-            big + QByteArray(1, '\0') + big + kXml + "\nz\n");
+            big.left(10) + "\n");
 
         // Each detached body replaces its part's X-Apple-Content-Length header.
         const QByteArray head = "Content-Type: multipart/mixed; boundary=b\n\n--b\n"
@@ -140,12 +145,13 @@ private slots:
             {"AAAA\nBBBB\n", "R0lG"});
         Row("partial: two headers, one part", msg,
             head + "\nAAAA\n\n\n--b\nContent-Type: image/gif\n\n--b--\n", true, {"AAAA\n"});
-        Row("partial: part bytes kept, crlf read as lf, text ends at a nul", msg,
-            head + "\n\xFF\xE9\nabFrom x\n\n\n--b\nContent-Type: image/gif\n\nz\n\n--b--\n", true,
+        Row("partial: part bytes kept, crlf read as lf, text ends at a nul, From escaped", msg,
+            head + "\n\xFF\xE9\nab>From x\n\n\n--b\nContent-Type: image/gif\n\nz\n\n--b--\n", true,
             {QByteArray("\xFF\xE9\r\nab\0cd\nFrom x\n", 17), "z"});
         Row("partial: header block never ends", Emlx("X-Apple-Content-Length: 3\nA: b\n"), "\nP\n",
             true, {"P"});
-        Row("plain copy keeps the header", msg, QByteArray(text).replace("\r\n", "\n"));
+        Row("plain copy keeps the header", msg, QByteArray(text).replace("\r\n", "\n"), false, {},
+            text);
 
         // Messages (and detached parts) built from awkward fragments, against
         // the whole-line rules.
@@ -195,6 +201,10 @@ private slots:
         const QString path = dir.filePath("1.emlx");
         QVERIFY(WriteFile(path, file));
         for (bool keepBytes : {false, true}) {
+            // The oracle keeps the bytes of whole messages only; detached
+            // parts kept so are the write-back test's.
+            if (keepBytes && partial)
+                continue;
             quint64 count;
             bool converted;
             const QByteArray reference =
@@ -217,10 +227,12 @@ private slots:
 
     // Status lines from the trailer's flags close the header block, in place
     // of those the message had.
+    // `bytes`: what keeping every byte gives, when it differs.
     void status_data() {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<bool>("partial");
         QTest::addColumn<QByteArray>("expected");
+        QTest::addColumn<QByteArray>("bytes");
         auto flags = [](const char* n) {
             return QByteArray("\t<key>flags</key>\n\t<integer>") + n + "</integer>\n";
         };
@@ -228,30 +240,35 @@ private slots:
         const QByteArray kept = "From: a\nTo: b\n";
         QTest::newRow("read, answered, flagged")
             << WithTrailer(mail, flags("21")) << false
-            << kept + "Status: RO\nX-Status: AF\n\nStatus: body\n";
+            << kept + "Status: RO\nX-Status: AF\n\nStatus: body\n"
+            << QByteArray();
         QTest::newRow("unread, deleted; other keys first")
             << WithTrailer(mail, "\t<key>date-sent</key>\n\t<integer>5</integer>\n" + flags("2"))
-            << false << kept + "Status: O\nX-Status: D\n\nStatus: body\n";
+            << false << kept + "Status: O\nX-Status: D\n\nStatus: body\n"
+            << QByteArray();
         QTest::newRow("above 2^63 written negative")
             << WithTrailer("A: b\n\nx\n", flags("-9223372036854775807")) << false
-            << QByteArray("A: b\nStatus: RO\n\nx\n");
-        QTest::newRow("header block never ends") << WithTrailer("A: b\r\nC: d\n", flags("1"))
-                                                 << false << QByteArray("A: b\nC: d\nStatus: RO\n");
+            << QByteArray("A: b\nStatus: RO\n\nx\n") << QByteArray();
+        QTest::newRow("header block never ends")
+            << WithTrailer("A: b\r\nC: d\n", flags("1")) << false
+            << QByteArray("A: b\nC: d\nStatus: RO\n") << QByteArray("A: b\r\nC: d\nStatus: RO\n");
         QTest::newRow("no flags: nested ones do not count")
             << WithTrailer(mail, "\t<key>x</key>\n\t<dict>\n" + flags("1") + "\t</dict>\n") << false
-            << mail;
+            << mail << QByteArray();
         QTest::newRow("no trailer")
-            << QByteArray("8\nA: b\n\nx\n") << false << QByteArray("A: b\n\nx\n");
+            << QByteArray("8\nA: b\n\nx\n") << false << QByteArray("A: b\n\nx\n") << QByteArray();
         QTest::newRow("count too large") << QByteArray("99999999999999999999\nA: b\n\nx\n") << false
-                                         << QByteArray("A: b\n\nx\n");
+                                         << QByteArray("A: b\n\nx\n") << QByteArray();
         QTest::newRow("whole body detached")
             << WithTrailer("A: b\nX-Apple-Content-Length: 3\nC: d\n\n", flags("16")) << true
-            << QByteArray("A: b\nStatus: O\nX-Status: F\n\nP\n\n");
+            << QByteArray("A: b\nStatus: O\nX-Status: F\n\nP\n\n")
+            << QByteArray("A: b\nC: d\nStatus: O\nX-Status: F\n\nP\n");
     }
     void status() {
         QFETCH(QByteArray, file);
         QFETCH(bool, partial);
         QFETCH(QByteArray, expected);
+        QFETCH(QByteArray, bytes);
         QTemporaryDir dir;
         const QString part = dir.filePath("1.2.emlxpart");
         QVERIFY(WriteFile(part, "P"));
@@ -260,7 +277,8 @@ private slots:
         for (bool keepBytes : {false, true}) {
             options.keepBytes = keepBytes;
             for (int chunk : {64, MboxWriter::kDefaultChunk})
-                QCOMPARE(Write(file, partial, {part}, options, chunk), kSep + expected);
+                QCOMPARE(Write(file, partial, {part}, options, chunk),
+                         kSep + (keepBytes && !bytes.isNull() ? bytes : expected));
         }
     }
 
@@ -362,15 +380,24 @@ private slots:
                               QByteArray(f).endsWith("/n.txt") ? "x=1\n" : "%PDF"));
         const QStringList parts{dir + "Messages/7.2.emlxpart"};
         QVERIFY(WriteFile(parts.first(), "JVBERg==\n"));
-        RemovedParts removed(path);
-        MboxWriter::CopyResult r;
-        QCOMPARE(Write(ReadFile(path), true, parts, {}, 64, &r, &removed),
-                 kSep + head + pdf + "\nJVBERg==\n\n\n" + txt + "X-A: 1\n\nx=3D1\n\n" + png +
-                     "\n--b--\n");
-        QVERIFY(r.complete);
-        QCOMPARE(r.partsFromEmlxpart, quint64(1));
-        QCOMPARE(r.partsFromAttachments, quint64(1));
-        QCOMPARE(r.missingParts, QStringList{"c.png"});
+        // Keeping every byte, the length line alone goes, and the missing
+        // part stays as the store has it.
+        const QByteArray written[] = {kSep + head + pdf + "\nJVBERg==\n\n\n" + txt +
+                                          "X-A: 1\n\nx=3D1\n\n" + png + "\n--b--\n",
+                                      kSep + head + pdf + "\nJVBERg==\n\n" + txt +
+                                          "X-A: 1\n\nx=3D1\n\n" + png + length + "\n--b--\n"};
+        for (int keepBytes = 0; keepBytes < 2; ++keepBytes) {
+            RemovedParts removed(path, parts);
+            MboxWriter::CopyResult r;
+            RunOptions options;
+            options.keepBytes = keepBytes;
+            QCOMPARE(Write(ReadFile(path), true, parts, options, 64, &r, &removed),
+                     written[keepBytes]);
+            QVERIFY(r.complete);
+            QCOMPARE(r.partsFromEmlxpart, quint64(1));
+            QCOMPARE(r.partsFromAttachments, quint64(1));
+            QCOMPARE(r.missingParts, QStringList{"c.png"});
+        }
     }
 
     // The write queue hands messages to its thread in pieces and waits when
@@ -407,7 +434,7 @@ private slots:
                 if (i == 3)
                     queue.EndIncomplete();
                 else
-                    queue.EndMessage(i == 1);
+                    queue.EndMessage({i == 1, 0, 0});
             }
             queue.Unwritten("lost", "cannot open");
             queue.Finish();

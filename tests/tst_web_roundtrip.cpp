@@ -62,7 +62,8 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(warned->seen, 30000);
         QCOMPARE(warned->text, QString("17 of 17 messages written; 3 messages changed by the "
                                        "Latin-1 conversion."));
-        QVERIFY(warned->detailed.contains("Keep 8-bit Text Unchanged"));
+        QVERIFY(warned->detailed.contains("Keep Every Byte"));
+        QVERIFY(warned->detailed.contains("3 messages with 8-bit text converted to Latin-1"));
         QTRY_VERIFY(!w.m_pScaningThread->isRunning());
         QVERIFY(w.m_pSaveFile->isEnabled());
         for (const FldrAtrib& f : w.m_store.Folders())

@@ -20,7 +20,7 @@ ExportOptions::ExportOptions(QMenu* fileMenu, QObject* parent) : QObject(parent)
     QMenu* menu = fileMenu->addMenu(QStringLiteral("Export Options"));
     m_pSkipUnreadable = AddOption(menu, QStringLiteral("Skip Unreadable Files"),
                                   QStringLiteral("ExportOptions/SkipUnreadableFiles"));
-    m_pKeepBytes = AddOption(menu, QStringLiteral("Keep 8-bit Text Unchanged"),
+    m_pKeepBytes = AddOption(menu, QStringLiteral("Keep Every Byte"),
                              QStringLiteral("ExportOptions/KeepBytes"));
     m_pWithStatus = AddOption(menu, QStringLiteral("Carry Read and Flag State"),
                               QStringLiteral("ExportOptions/WithStatus"));

@@ -665,15 +665,19 @@ void PreviewWindow::OnFinishScaning() {
         SetRecoverSelectedState();
         IsPreview = true;
         const RunResult& result = m_exportRun->result;
+        const VerifyResult* verification =
+            m_exportRun->verified ? &m_exportRun->verification : nullptr;
         // A package that could not be made has nothing to import.
         if (result.ending != RunResult::Ending::Failed) {
             QString text = QStringLiteral("\nFile saved successfully at location ") +
                            m_exportRun->Job().Package();
             if (result.HasLosses())
                 text += QLatin1Char('\n') + LossSummaryLine(result);
+            if (verification)
+                text += QLatin1Char('\n') + VerificationLine(*verification);
             QImportWindow::Open(text, m_resources);
         }
-        ShowLossWarning(this, result, true);
+        ShowLossWarning(this, result, true, verification);
         return;
     }
     AdoptScannedStore();

@@ -1,4 +1,5 @@
 #include "ui/RunReport.h"
+#include "export/Verify.h"
 #include "scanner/RunResult.h"
 
 #include <QMessageBox>
@@ -32,6 +33,11 @@ QString LossSummaryLine(const RunResult& r) {
     if (r.converted)
         parts << Count(r.converted, "message", "messages") +
                      QStringLiteral(" changed by the Latin-1 conversion");
+    if (r.droppedLines)
+        parts << Count(r.droppedLines, "line", "lines") +
+                     QStringLiteral(" dropped at a trailer mark");
+    if (r.cutLines)
+        parts << Count(r.cutLines, "line", "lines") + QStringLiteral(" cut at a NUL byte");
     if (!r.missingParts.isEmpty())
         parts << Count(quint64(r.missingParts.size()), "attachment", "attachments") +
                      QStringLiteral(" missing");
@@ -53,15 +59,43 @@ QString LossDetails(const RunResult& r) {
     for (const RunResult::MissingPart& m : r.missingParts)
         lines << QStringLiteral("Missing attachment \"") + m.name + QStringLiteral("\" of ") +
                      m.message;
+    for (const RunResult::Skipped& s : r.notMessages)
+        lines << QStringLiteral("Passed over: ") + s.path + QStringLiteral(" (") + s.reason +
+                     QLatin1Char(')');
     if (r.converted)
         lines << Count(r.converted, "message", "messages") +
-                     QStringLiteral(
-                         " had 8-bit text that the Latin-1 conversion changed; File > "
-                         "Export Options > Keep 8-bit Text Unchanged keeps it as it is.");
+                     QStringLiteral(" had 8-bit text that the Latin-1 conversion changed.");
+    if (r.droppedLines || r.cutLines)
+        lines << Count(r.droppedLines, "line", "lines") +
+                     QStringLiteral(" inside messages held a trailer mark and were dropped; ") +
+                     Count(r.cutLines, "line", "lines") +
+                     QStringLiteral(" were cut short at a NUL byte.");
+    if (r.converted || r.droppedLines || r.cutLines)
+        lines << QStringLiteral("File > Export Options > Keep Every Byte keeps every message as "
+                                "it is stored.");
     return lines.join(QLatin1Char('\n'));
 }
 
-void ShowLossWarning(QWidget* parent, const RunResult& r, bool save) {
+QString VerificationLine(const VerifyResult& v) {
+    return QStringLiteral("Verification: ") + VerifySummary(v.verified, v.changed, v.faults) +
+           QLatin1Char('.');
+}
+
+QString VerificationDetails(const VerifyResult& v) {
+    QStringList lines;
+    for (const VerifyFinding& f : v.findings)
+        if (f.fault)
+            lines << QStringLiteral("Fault: ") + f.message +
+                         (f.part.isEmpty() ? QString() : QStringLiteral(", ") + f.part) +
+                         QStringLiteral(": ") + f.detail;
+    const QMap<QString, quint64> kinds = ChangedMessagesByKind(v);
+    for (auto it = kinds.cbegin(); it != kinds.cend(); ++it)
+        lines << Count(it.value(), "message", "messages") + QStringLiteral(" with ") +
+                     DescribeChange(it.key());
+    return lines.join(QLatin1Char('\n'));
+}
+
+void ShowLossWarning(QWidget* parent, const RunResult& r, bool save, const VerifyResult* v) {
     const char* done = save ? "written" : "scanned";
     QString text, info;
     if (r.ending == RunResult::Ending::Failed) {
@@ -83,13 +117,22 @@ void ShowLossWarning(QWidget* parent, const RunResult& r, bool save) {
                QStringLiteral(" skipped; the details list them.");
     } else if (save && r.HasLosses()) {
         text = LossSummaryLine(r);
-    } else {
+    } else if (!v || v->Faultless()) {
         return;
     }
+    if (v && !v->Faultless())
+        text += (text.isEmpty() ? QString() : QStringLiteral("\n\n")) +
+                QStringLiteral("The verification of the package found ") +
+                Count(v->faults, "fault", "faults") +
+                QStringLiteral(": messages that are not in the package as the store holds "
+                               "them. The details name them.");
     QMessageBox box(QMessageBox::Warning, QStringLiteral("Pellomar"), text, QMessageBox::Ok,
                     parent);
     if (!info.isEmpty())
         box.setInformativeText(info);
-    box.setDetailedText(LossDetails(r));
+    QString details = LossDetails(r);
+    if (v)
+        details += (details.isEmpty() ? QString() : QStringLiteral("\n")) + VerificationDetails(*v);
+    box.setDetailedText(details);
     box.exec();
 }

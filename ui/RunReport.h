@@ -7,6 +7,7 @@
 
 class QWidget;
 class RunResult;
+struct VerifyResult;
 
 // One line with the counts, for the import instructions after a save; empty
 // when nothing was lost or changed.
@@ -20,4 +21,12 @@ QString LossDetails(const RunResult& result);
 // save, lost anything): a warning box that names the file, the reason and
 // how many messages were not scanned or written, and tells how to skip such
 // files; the details are its detailed text. Does nothing otherwise.
-void ShowLossWarning(QWidget* parent, const RunResult& result, bool save);
+// `verification`, after a save: what verification of the package found;
+// its faults make the box too.
+void ShowLossWarning(QWidget* parent, const RunResult& result, bool save,
+                     const VerifyResult* verification = nullptr);
+
+// "Verification: N verified, N with expected changes, N faults.", and each
+// fault and kind of expected change, one per line.
+QString VerificationLine(const VerifyResult& verification);
+QString VerificationDetails(const VerifyResult& verification);

@@ -1,0 +1,524 @@
+#include "export/Verify.h"
+#include "export/MboxWriter.h"
+#include "export/MessageDigest.h"
+#include "export/PathMapping.h"
+#include "scanner/DetachedParts.h"
+#include "scanner/Discovery.h"
+#include "scanner/EmlxLines.h"
+#include "scanner/FileAccess.h"
+#include "scanner/RunProgress.h"
+#include "scanner/Store.h"
+
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QSet>
+
+#include <cstring>
+#include <deque>
+#include <thread>
+#include <unistd.h>
+
+using verify::BodySource;
+using verify::LeafDigest;
+using verify::MessageDigest;
+using verify::MessageDigester;
+
+namespace {
+
+constexpr qint64 kChunk = 256 * 1024;
+
+bool OpenForReading(QFile& file, const QString& path, QString* reason) {
+    return MboxWriter::OpenForReading(file, path, reason);
+}
+
+// ---- The package side -------------------------------------------------------
+
+// Reads an mbox file message by message: each one from after its separator
+// line up to the next (or the end), to `digest`.
+template <class Each>
+bool ReadMbox(const QString& path, bool decode, const std::atomic<bool>& stop, Each&& each,
+              qint64 from = 0, qint64 to = -1) {
+    QFile file;
+    QString reason;
+    if (!OpenForReading(file, path, &reason) || !file.seek(from))
+        return false;
+    const QByteArray sep = MboxWriter::Separator();
+    const QByteArray nlSep = '\n' + sep;
+    MessageDigester digester(decode);
+    QByteArray buf;
+    qint64 base = from;       // file position of buf[0]
+    qint64 cursor = 0;        // bytes of buf handed on
+    qint64 begin = from;      // the message under way starts here (file position)
+    bool started = false;     // the start of the file has been looked at
+    bool haveMessage = false; // a message is under way
+    bool eof = false;
+    auto finish = [&](qint64 end) {
+        MessageDigest m = digester.Finish();
+        m.file = path;
+        m.begin = begin;
+        m.end = end;
+        each(std::move(m));
+    };
+    while (!stop) {
+        if (!eof) {
+            const qint64 room = to < 0 ? kChunk : std::min(kChunk, to - (base + buf.size()));
+            const QByteArray more = room > 0 ? file.read(room) : QByteArray();
+            eof = more.isEmpty();
+            buf += more;
+        }
+        if (!started) {
+            // The first message follows a separator at the start; bytes
+            // before the first separator are a message too.
+            if (buf.size() < sep.size() && !eof)
+                continue;
+            started = true;
+            if (buf.startsWith(sep)) {
+                cursor = sep.size();
+                haveMessage = true;
+            } else {
+                haveMessage = !buf.isEmpty();
+            }
+            begin = base + cursor;
+        }
+        for (;;) {
+            const int at = buf.indexOf(nlSep, int(std::max<qint64>(cursor - 1, 0)));
+            if (at < 0)
+                break;
+            digester.Add(buf.constData() + cursor, at + 1 - cursor);
+            finish(base + at + 1);
+            cursor = at + 1 + sep.size();
+            begin = base + cursor;
+            haveMessage = true;
+        }
+        if (eof) {
+            digester.Add(buf.constData() + cursor, buf.size() - cursor);
+            if (haveMessage)
+                finish(base + buf.size());
+            break;
+        }
+        // Keep what a separator across the next read may begin with.
+        const qint64 keep = std::max<qint64>(cursor, buf.size() - nlSep.size());
+        digester.Add(buf.constData() + cursor, keep - cursor);
+        buf.remove(0, int(keep));
+        base += keep;
+        cursor = 0;
+    }
+    return true;
+}
+
+// ---- The store side ---------------------------------------------------------
+
+// Where the body of a detached part of the message at `path` is: Mail's
+// .emlxpart file named by the part's section, else its decoded copy under
+// Attachments, else nowhere.
+MessageDigester::DetachedBody DetachedBodyOf(const QString& path, const QString& section) {
+    const int dot = path.indexOf(QLatin1Char('.'), path.lastIndexOf(QLatin1Char('/')) + 1);
+    const QString part = path.left(dot + 1) + section + QStringLiteral(".emlxpart");
+    if (dot > 0 && QFileInfo(part).isFile())
+        return {BodySource::PartFile, part};
+    const QString decoded = AttachmentsFile(path, section);
+    if (!decoded.isEmpty())
+        return {BodySource::DecodedFile, decoded};
+    return {BodySource::NotInStore, QString()};
+}
+
+// The message of a store file: its bytes after the byte count line, as many
+// as the count says (without a count: up to the trailer).
+bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString* reason) {
+    QFile file;
+    if (!OpenForReading(file, path, reason))
+        return false;
+    const qint64 size = file.size();
+    // The first line: the byte count.
+    QByteArray first;
+    for (QByteArray piece; !first.endsWith('\n') && !(piece = file.read(4096)).isEmpty();)
+        first += piece;
+    const int nl = first.indexOf('\n');
+    const qint64 countEnd = nl < 0 ? first.size() : nl + 1;
+    const int nul = first.indexOf('\0');
+    const quint64 count =
+        emlx::ByteCount(first.constData(), nul >= 0 && nul < countEnd ? nul : countEnd);
+    qint64 end = size;
+    bool lastLineTrailer = false;
+    if (count > 0) {
+        end = countEnd + qint64(std::min<quint64>(count, quint64(size)));
+        end = std::min(end, size);
+        // Mail's trailer begins right after the message; when the message
+        // does not end its last line, the copy loses that line with it.
+        if (end < size && file.seek(end - 1)) {
+            const QByteArray around = file.read(emlx::kLongestMark + 1);
+            lastLineTrailer = !around.startsWith('\n') &&
+                              emlx::HasMark(around.constData() + 1, around.size() - 1);
+        }
+    } else {
+        // No count: the message ends at the first line with a trailer mark.
+        if (!file.seek(countEnd))
+            return false;
+        qint64 lineStart = countEnd;
+        QByteArray line;
+        for (QByteArray piece; !(piece = file.read(kChunk)).isEmpty();) {
+            bool found = false;
+            for (int i = 0; i < piece.size() && !found;) {
+                const int n = piece.indexOf('\n', i);
+                line += piece.mid(i, n < 0 ? -1 : n + 1 - i);
+                if (emlx::HasMark(line.constData(), line.size())) {
+                    end = lineStart;
+                    found = true;
+                } else if (n >= 0) {
+                    lineStart += line.size();
+                    line.clear();
+                } else if (line.size() > 4096) {
+                    line = line.right(emlx::kLongestMark);
+                }
+                i = n < 0 ? piece.size() : n + 1;
+            }
+            if (found)
+                break;
+        }
+    }
+    if (!file.seek(countEnd))
+        return false;
+    MessageDigester digester(decode);
+    digester.SetDetachedBodies(
+        [&path](const QString& section) { return DetachedBodyOf(path, section); });
+    for (qint64 at = countEnd; at < end;) {
+        const QByteArray piece = file.read(std::min(kChunk, end - at));
+        if (piece.isEmpty())
+            break;
+        digester.Add(piece.constData(), piece.size());
+        at += piece.size();
+    }
+    *out = digester.Finish(lastLineTrailer);
+    out->file = path;
+    out->begin = countEnd;
+    out->end = end;
+    return true;
+}
+
+// ---- Comparing --------------------------------------------------------------
+
+struct Source {
+    QString path;
+    QString mbox; // where it should be
+    int folder;   // index into the result's folders
+    MessageDigest digest;
+    bool read = false;
+    bool matched = false;
+};
+
+QString PartName(const LeafDigest& leaf) {
+    return QStringLiteral("section ") + leaf.section +
+           (leaf.name.isEmpty() ? QString() : QStringLiteral(" (") + leaf.name + QLatin1Char(')'));
+}
+
+// The changes the default copy makes, by what the lines hold.
+QStringList CopyChanges(bool eightBit, bool nul, bool marker) {
+    QStringList kinds;
+    if (eightBit)
+        kinds << QStringLiteral("Latin-1");
+    if (marker)
+        kinds << QStringLiteral("trailer mark");
+    if (nul)
+        kinds << QStringLiteral("NUL byte");
+    return kinds;
+}
+
+class Comparison {
+public:
+    Comparison(const VerifyJob& job, VerifyResult& result) : m_job(job), m_result(result) {}
+
+    // Compares a message found where it belongs; returns 0 verified, 1
+    // changed as expected, 2 fault.
+    int Compare(Source& s, const MessageDigest& p) {
+        if (p.empty) {
+            Fault(s, p.file, QStringLiteral("empty message"), QString(),
+                  QStringLiteral("the package holds an empty message in its place"));
+            return 2;
+        }
+        if (NeedsSecondLook(s.digest, p)) {
+            MessageDigest source, package;
+            QString reason;
+            bool read = DigestSource(s.path, true, &source, &reason);
+            ReadMbox(
+                p.file, true, m_never, [&](MessageDigest m) { package = std::move(m); }, p.begin,
+                p.end);
+            if (read)
+                return Classify(s, source, package);
+        }
+        return Classify(s, s.digest, p);
+    }
+
+    void Fault(const Source& s, const QString& mbox, const QString& kind, const QString& part,
+               const QString& detail) {
+        m_result.findings.append({true, kind, s.path, part, mbox, detail});
+    }
+
+private:
+    static bool NeedsSecondLook(const MessageDigest& s, const MessageDigest& p) {
+        if (s.header != p.header || s.leaves.size() != p.leaves.size())
+            return true;
+        for (int i = 0; i < s.leaves.size(); ++i)
+            if (s.leaves[i].raw != p.leaves[i].raw || s.leaves[i].section != p.leaves[i].section ||
+                s.leaves[i].source == BodySource::DecodedFile)
+                return true;
+        return false;
+    }
+
+    int Classify(Source& s, const MessageDigest& src, const MessageDigest& pkg) {
+        int worst = 0;
+        QStringList changes;
+        auto expected = [&](const QStringList& kinds, const QString& part) {
+            if (m_job.keepBytes) {
+                Fault(s, pkg.file, QStringLiteral("part differs"), part,
+                      QStringLiteral("changed (") + kinds.join(QStringLiteral(", ")) +
+                          QStringLiteral(") although every byte was to be kept"));
+                worst = 2;
+                return;
+            }
+            for (const QString& k : kinds) {
+                m_result.findings.append({false, k, s.path, part, pkg.file, DescribeChange(k)});
+                worst = std::max(worst, 1);
+            }
+        };
+        if (src.header != pkg.header) {
+            if (src.headerCopied == pkg.header)
+                expected(CopyChanges(src.headerEightBit, src.headerNul, src.headerMarker),
+                         QString());
+            else {
+                Fault(s, pkg.file, QStringLiteral("header differs"), QString(),
+                      QStringLiteral("the header block is not the one in the store"));
+                worst = 2;
+            }
+        }
+        QHash<QString, const LeafDigest*> packageLeaves;
+        for (const LeafDigest& l : pkg.leaves)
+            packageLeaves.insert(l.section, &l);
+        for (const LeafDigest& l : src.leaves) {
+            const LeafDigest* p = packageLeaves.take(l.section);
+            const QString part = PartName(l);
+            if (l.source == BodySource::NotInStore) {
+                m_result.findings.append({false, QStringLiteral("not in the store"), s.path, part,
+                                          pkg.file,
+                                          QStringLiteral("Mail kept this part apart and the "
+                                                         "store holds it in neither form")});
+                worst = std::max(worst, 1);
+                continue;
+            }
+            if (!p) {
+                Fault(s, pkg.file, QStringLiteral("part missing"), part,
+                      QStringLiteral("the package's message has no such part"));
+                worst = 2;
+                continue;
+            }
+            const bool decodedKnown = l.decoded != 0 || p->decoded != 0;
+            if (l.raw == p->raw && l.source != BodySource::DecodedFile)
+                continue;
+            if (decodedKnown && l.decoded == p->decoded)
+                continue;
+            if (l.copied == p->raw || (decodedKnown && l.decodedCopied == p->decoded)) {
+                expected(CopyChanges(l.eightBit, l.nul, l.marker), part);
+                continue;
+            }
+            Fault(s, pkg.file, QStringLiteral("part differs"), part,
+                  QStringLiteral("its bytes are not those the store holds"));
+            worst = 2;
+        }
+        for (const LeafDigest* p : packageLeaves) {
+            Fault(s, pkg.file, QStringLiteral("extra part"), PartName(*p),
+                  QStringLiteral("the package's message has a part the store's has not"));
+            worst = 2;
+        }
+        return worst;
+    }
+
+    const VerifyJob& m_job;
+    VerifyResult& m_result;
+    const std::atomic<bool> m_never{false};
+};
+
+} // namespace
+
+QString DescribeChange(const QString& kind, bool* keepBytesAvoids) {
+    if (keepBytesAvoids)
+        *keepBytesAvoids = kind != QLatin1String("not in the store");
+    if (kind == QLatin1String("Latin-1"))
+        return QStringLiteral("8-bit text converted to Latin-1");
+    if (kind == QLatin1String("trailer mark"))
+        return QStringLiteral("a line with a trailer mark dropped");
+    if (kind == QLatin1String("NUL byte"))
+        return QStringLiteral("a line cut at a NUL byte");
+    if (kind == QLatin1String("not in the store"))
+        return QStringLiteral("a part Mail kept apart that the store does not hold");
+    return kind;
+}
+
+QMap<QString, quint64> ChangedMessagesByKind(const VerifyResult& result) {
+    QMap<QString, QSet<QString>> messages;
+    for (const VerifyFinding& f : result.findings)
+        if (!f.fault)
+            messages[f.kind].insert(f.message);
+    QMap<QString, quint64> counts;
+    for (auto it = messages.cbegin(); it != messages.cend(); ++it)
+        counts.insert(it.key(), quint64(it.value().size()));
+    return counts;
+}
+
+QString VerifySummary(quint64 verified, quint64 changed, quint64 faults) {
+    return QStringLiteral("%1 verified, %2 with expected changes, %3 %4")
+        .arg(verified)
+        .arg(changed)
+        .arg(faults)
+        .arg(QLatin1String(faults == 1 ? "fault" : "faults"));
+}
+
+VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progress,
+                    const std::atomic<bool>& stop) {
+    VerifyResult result;
+    // Where each message of the chosen folders should be, in the store's
+    // order; the folders of the result are the mbox files.
+    PackageLayout layout(job.package, job.m_strInputfilepath);
+    const QSet<quint64> chosen(job.selection.cbegin(), job.selection.cend());
+    std::deque<Source> sources;
+    QHash<QString, int> folderOf; // mbox -> index in result.folders
+    for (const FldrAtrib& f : store.Folders()) {
+        if (!chosen.contains(f.ullId))
+            continue;
+        for (const MailItem& m : f.messages) {
+            if (m.path.isEmpty() || m.path.contains(kRssFeedMarker) || IsAppleDoubleName(m.path))
+                continue;
+            const QString mbox = layout.MboxFor(m.path);
+            auto it = folderOf.constFind(mbox);
+            if (it == folderOf.constEnd()) {
+                it = folderOf.insert(mbox, result.folders.size());
+                result.folders.append({mbox});
+            }
+            sources.push_back({m.path, mbox, *it, {}, false, false});
+        }
+    }
+    progress.OnShowingScanProgBar();
+    progress.OnSettingsForPrgBar(static_cast<unsigned long>(sources.size()),
+                                 QStringLiteral("Verifying the package. Please Wait..."));
+
+    // The package's messages, read on a thread of their own while the
+    // store's are read here.
+    QHash<QString, std::vector<MessageDigest>> package; // mbox -> messages in order
+    QStringList mboxes;
+    if (job.onlyTheirMboxes) {
+        for (const VerifyFolder& f : result.folders)
+            mboxes << f.mbox;
+    } else {
+        QDirIterator it(job.package + QStringLiteral("/Mail"), {QStringLiteral("*.mbox")},
+                        QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (it.hasNext())
+            mboxes << it.next();
+        mboxes.sort();
+    }
+    std::thread packageReader([&] {
+        for (const QString& mbox : qAsConst(mboxes)) {
+            if (stop)
+                break;
+            std::vector<MessageDigest> messages;
+            ReadMbox(mbox, false, stop, [&](MessageDigest m) { messages.push_back(std::move(m)); });
+            package.insert(mbox, std::move(messages));
+        }
+    });
+    auto count = [&](int folder, int outcome) {
+        if (folder < 0)
+            return;
+        VerifyFolder& f = result.folders[folder];
+        quint64& n = outcome == 0 ? f.verified : outcome == 1 ? f.changed : f.faults;
+        ++n;
+        ++(outcome == 0 ? result.verified : outcome == 1 ? result.changed : result.faults);
+    };
+    for (Source& s : sources) {
+        if (stop)
+            break;
+        QString reason;
+        QFile probe;
+        if (OpenForReading(probe, s.path, &reason)) {
+            const QByteArray first = probe.read(512);
+            // A file that holds no message is not in the package either.
+            if (!WhyNotAMessage(s.path, first.constData(), first.size()).isEmpty()) {
+                s.matched = s.read = true;
+                s.folder = -1;
+                progress.CurrentValue();
+                continue;
+            }
+            probe.close();
+            s.read = DigestSource(s.path, false, &s.digest, &reason);
+        }
+        if (!s.read) {
+            result.findings.append({true, QStringLiteral("unreadable"), s.path, QString(), s.mbox,
+                                    QStringLiteral("cannot be read in the store: ") + reason});
+            count(s.folder, 2);
+        }
+        progress.CurrentValue();
+    }
+    packageReader.join();
+    if (stop) {
+        result.stopped = true;
+        return result;
+    }
+
+    // Each message of an mbox file takes the first message of the store
+    // that should be there and has its key.
+    Comparison compare(job, result);
+    QHash<QString, QHash<quint64, std::deque<Source*>>> waiting; // mbox -> key -> sources
+    for (Source& s : sources)
+        if (s.read && !s.matched)
+            waiting[s.mbox][s.digest.key].push_back(&s);
+    struct Stray {
+        const MessageDigest* digest;
+        QString mbox;
+    };
+    QList<Stray> strays;
+    for (const QString& mbox : qAsConst(mboxes)) {
+        auto& here = waiting[mbox];
+        for (const MessageDigest& p : package[mbox]) {
+            auto found = here.find(p.key);
+            if (found == here.end() || found->empty()) {
+                strays.append({&p, mbox});
+                continue;
+            }
+            Source* s = found->front();
+            found->pop_front();
+            s->matched = true;
+            count(s->folder, compare.Compare(*s, p));
+        }
+    }
+    // A message found in another mbox file than its own; else an extra one.
+    QHash<quint64, std::deque<Source*>> anywhere;
+    for (Source& s : sources)
+        if (s.read && !s.matched)
+            anywhere[s.digest.key].push_back(&s);
+    for (const Stray& stray : strays) {
+        auto found = anywhere.find(stray.digest->key);
+        if (found != anywhere.end() && !found->empty()) {
+            Source* s = found->front();
+            found->pop_front();
+            s->matched = true;
+            compare.Fault(*s, stray.mbox, QStringLiteral("in another folder"), QString(),
+                          QStringLiteral("found in ") + stray.mbox +
+                              QStringLiteral(" instead of ") + s->mbox);
+            count(s->folder, 2);
+            continue;
+        }
+        result.findings.append(
+            {true, stray.digest->empty ? QStringLiteral("empty message") : QStringLiteral("extra"),
+             stray.mbox + QStringLiteral(" at byte ") + QString::number(stray.digest->begin),
+             QString(), stray.mbox,
+             QStringLiteral("a message the chosen folders of the store do not "
+                            "hold")});
+        ++result.faults;
+    }
+    for (Source& s : sources) {
+        if (!s.read || s.matched)
+            continue;
+        compare.Fault(s, s.mbox, QStringLiteral("missing"), QString(),
+                      QStringLiteral("not in ") + s.mbox);
+        count(s.folder, 2);
+    }
+    return result;
+}
