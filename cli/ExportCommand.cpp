@@ -94,7 +94,10 @@ int RunExportCommand(const QStringList& args) {
         return ExitInterrupted;
     }
     // A scan that ended at an unreadable file still exports what it found.
-    const int scanEnding = ReportEnding("export", store.result, "scanned");
+    // (Files that hold no message are named with the export's report.)
+    RunResult scanned = store.result;
+    scanned.notMessages.clear();
+    const int scanEnding = ReportEnding("export", scanned, "scanned");
 
     // The folders to export: all, or the named ones (their own messages).
     if (ChooseFolders(store, folders, "export").isEmpty() && !folders.isEmpty())

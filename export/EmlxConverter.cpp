@@ -53,6 +53,17 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
             folders.append(&f);
             result.total += f.MsgCount();
         }
+    // Files of these folders that the scan found to hold no message are
+    // named in the export's report too.
+    if (!store.result.notMessages.isEmpty()) {
+        QSet<QString> mailboxes;
+        for (const FldrAtrib* f : qAsConst(folders))
+            for (const MailItem& m : f->messages)
+                mailboxes.insert(PackageLayout::MailboxFolderOf(m.path));
+        for (const RunResult::Skipped& s : store.result.notMessages)
+            if (mailboxes.contains(PackageLayout::MailboxFolderOf(s.path)))
+                result.notMessages.append(s);
+    }
     auto messagesFrom = [&folders](int folder, size_t message) {
         quint64 left = folders.at(folder)->MsgCount() - message;
         for (int i = folder + 1; i < folders.size(); ++i)

@@ -1,4 +1,5 @@
 #include "export/MessageDigest.h"
+#include "export/Latin1Text.h"
 #include "scanner/EmlxLines.h"
 #include "scanner/FileAccess.h"
 
@@ -7,7 +8,9 @@
 #include <QString>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <string>
 #include <unistd.h>
 
 namespace verify {
@@ -58,25 +61,34 @@ void StreamHash::Add(const char* data, qint64 size) {
         return;
     auto p = reinterpret_cast<const unsigned char*>(data);
     m_total += quint64(size);
-    auto stripe = [this](const unsigned char* s) {
-        for (int i = 0; i < 4; ++i)
-            m_lanes[i] = Round(m_lanes[i], Read64(s + 8 * i));
+    if (m_pendingSize + size < 32) {
+        memcpy(m_pending + m_pendingSize, p, size_t(size));
+        m_pendingSize += int(size);
+        return;
+    }
+    // The lanes stay in registers: the input may alias any memory.
+    quint64 l0 = m_lanes[0], l1 = m_lanes[1], l2 = m_lanes[2], l3 = m_lanes[3];
+    auto stripe = [&](const unsigned char* s) {
+        l0 = Round(l0, Read64(s));
+        l1 = Round(l1, Read64(s + 8));
+        l2 = Round(l2, Read64(s + 16));
+        l3 = Round(l3, Read64(s + 24));
     };
     if (m_pendingSize > 0) {
-        const int take = int(std::min<qint64>(size, 32 - m_pendingSize));
+        const int take = 32 - m_pendingSize;
         memcpy(m_pending + m_pendingSize, p, size_t(take));
-        m_pendingSize += take;
         p += take;
         size -= take;
-        if (m_pendingSize < 32)
-            return;
         stripe(m_pending);
-        m_pendingSize = 0;
     }
     for (; size >= 32; p += 32, size -= 32)
         stripe(p);
     memcpy(m_pending, p, size_t(size));
     m_pendingSize = int(size);
+    m_lanes[0] = l0;
+    m_lanes[1] = l1;
+    m_lanes[2] = l2;
+    m_lanes[3] = l3;
 }
 
 quint64 StreamHash::Value() const {
@@ -119,9 +131,9 @@ constexpr qint64 kLineCap = 8 * 1024 * 1024;
 // Nesting deeper than this is read as one leaf.
 constexpr int kMaxDepth = 32;
 
-bool StartsWithNoCase(const QByteArray& line, const char* prefix) {
-    const int n = int(strlen(prefix));
-    return line.size() >= n && qstrnicmp(line.constData(), prefix, uint(n)) == 0;
+bool StartsWithNoCase(const char* p, qint64 n, const char* prefix) {
+    const int len = int(strlen(prefix));
+    return n >= len && qstrnicmp(p, prefix, uint(len)) == 0;
 }
 
 // The value of parameter `name` ("boundary", "name", "filename") of an
@@ -137,7 +149,7 @@ QByteArray Parameter(const QByteArray& value, const char* name) {
         while (p < value.size() && (value[p] == ' ' || value[p] == '\t'))
             ++p;
         at = p;
-        if (!StartsWithNoCase(value.mid(p, key.size()), key.constData()))
+        if (!StartsWithNoCase(value.constData() + p, value.size() - p, key.constData()))
             continue;
         p += key.size();
         if (p < value.size() && value[p] == '"') {
@@ -152,40 +164,62 @@ QByteArray Parameter(const QByteArray& value, const char* name) {
     }
 }
 
-// The bytes after the line's first NUL and a trailing line break are gone;
-// `newline` tells whether the text ends with one.
-QByteArray TextUpToNul(const QByteArray& line, bool* newline) {
-    const int nul = line.indexOf('\0');
-    *newline = nul < 0 && line.endsWith('\n');
-    return nul < 0 ? line : line.left(nul);
-}
-
-bool IsEightBit(const QByteArray& bytes) {
-    return !emlx::IsAscii(bytes.constData(), bytes.size());
-}
-
-// What the default export's line copy makes of a line (its "\r" before the
-// "\n" and its mbox escaping already taken off): the text up to a NUL byte
-// (then without its line break), 8-bit text through Latin-1 as Qt decodes
-// UTF-8 (a byte-order mark at the start dropped), nothing for a line with a
-// trailer mark or without any text.
-QByteArray CopiedLine(const QByteArray& line) {
-    bool newline = false;
-    QByteArray text = TextUpToNul(line, &newline);
-    if (emlx::HasMark(text.constData(), text.size()))
-        return QByteArray();
-    if (newline)
-        text.chop(1);
-    if (text.isEmpty() && !newline)
-        return QByteArray();
-    if (IsEightBit(text)) {
-        if (text.startsWith("\xEF\xBB\xBF"))
-            text.remove(0, 3);
-        text = QString::fromUtf8(text).toLatin1();
+// A line as it is compared: its text bytes and whether a line break ends
+// it, with "\r\n" read as "\n" and ">From " as "From " (the mbox escaping).
+struct LineView {
+    const char* p;
+    qint64 n;
+    bool nl;
+    static LineView Of(const char* p, qint64 n) {
+        LineView v{p, n, false};
+        if (v.n > 0 && v.p[v.n - 1] == '\n') {
+            v.nl = true;
+            --v.n;
+            if (v.n > 0 && v.p[v.n - 1] == '\r')
+                --v.n;
+        }
+        if (v.n >= 6 && memcmp(v.p, ">From ", 6) == 0) {
+            ++v.p;
+            --v.n;
+        }
+        return v;
     }
-    if (newline)
-        text += '\n';
-    return text;
+    bool IsBlank() const { return n == 0 && nl; }
+};
+
+bool HasNul(const char* p, qint64 n) {
+    return n > 0 && memchr(p, 0, size_t(n));
+}
+
+// What the default export's line copy makes of a line: the text up to a
+// NUL byte (then without its line break), 8-bit text through Latin-1 as Qt
+// decodes UTF-8 (a byte-order mark at the start dropped), nothing for a line
+// with a trailer mark or without any text. Returns false when the line goes;
+// else `out` is the copy, in the line itself or in `buffer`.
+bool CopiedLine(const LineView& line, QByteArray& buffer, LineView* out) {
+    qint64 n = line.n;
+    bool nl = line.nl;
+    if (const void* z = n > 0 ? memchr(line.p, 0, size_t(n)) : nullptr) {
+        n = static_cast<const char*>(z) - line.p;
+        nl = false;
+    }
+    if (emlx::HasMark(line.p, n) || (n == 0 && !nl))
+        return false;
+    const char* p = line.p;
+    if (emlx::IsAscii(p, n)) {
+        *out = {p, n, nl};
+        return true;
+    }
+    if (n >= 3 && memcmp(p, "\xEF\xBB\xBF", 3) == 0)
+        p += 3, n -= 3;
+    buffer.resize(int(n));
+    const qint64 got = emlx::Utf8ToLatin1(p, n, buffer.data());
+    if (got >= 0)
+        buffer.resize(int(got));
+    else
+        buffer = QString::fromUtf8(p, int(n)).toLatin1();
+    *out = {buffer.constData(), buffer.size(), nl};
+    return true;
 }
 
 // Decodes a leaf's body as it streams in, into a digest of its bytes that
@@ -198,7 +232,8 @@ public:
         m_quad = 0;
         m_quadSize = 0;
         m_trail.clear();
-        m_qpPending.clear();
+        m_qp = QpText;
+        m_qpHex = 0;
     }
     // Bytes of the body, line breaks as "\n".
     void Add(const char* data, qint64 size) {
@@ -207,22 +242,10 @@ public:
             Out(data, size);
             break;
         case Base64:
-            for (qint64 i = 0; i < size; ++i) {
-                const int v = Value64(data[i]);
-                if (v < 0)
-                    continue;
-                m_quad = (m_quad << 6) | quint32(v);
-                if (++m_quadSize == 4) {
-                    const char bytes[3] = {char(m_quad >> 16), char(m_quad >> 8), char(m_quad)};
-                    Out(bytes, 3);
-                    m_quad = 0;
-                    m_quadSize = 0;
-                }
-            }
+            AddBase64(data, size);
             break;
         case Quoted:
-            m_qpPending.append(data, int(size));
-            DecodeQuoted(false);
+            AddQuoted(data, size);
             break;
         }
     }
@@ -233,21 +256,27 @@ public:
             const char bytes[3] = {char(q >> 16), char(q >> 8), char(q)};
             Out(bytes, m_quadSize - 1);
         }
-        if (m_kind == Quoted)
-            DecodeQuoted(true);
+        if (m_kind == Quoted && m_qp == QpHex) {
+            // "=" and one hex digit at the very end stay as they are.
+            const char rest[2] = {'=', m_qpHex};
+            Out(rest, 2);
+        }
         return m_hash.Value();
     }
 
 private:
     enum Kind { Plain, Base64, Quoted };
-    static int Value64(char c) {
-        if (c >= 'A' && c <= 'Z')
-            return c - 'A';
-        if (c >= 'a' && c <= 'z')
-            return c - 'a' + 26;
-        if (c >= '0' && c <= '9')
-            return c - '0' + 52;
-        return c == '+' ? 62 : c == '/' ? 63 : -1;
+    static const signed char* Base64Values() {
+        static const auto table = [] {
+            std::array<signed char, 256> t;
+            t.fill(-1);
+            const char* alphabet =
+                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+            for (int i = 0; i < 64; ++i)
+                t[static_cast<unsigned char>(alphabet[i])] = static_cast<signed char>(i);
+            return t;
+        }();
+        return table.data();
     }
     static int Hex(char c) {
         if (c >= '0' && c <= '9')
@@ -258,98 +287,165 @@ private:
             return c - 'a' + 10;
         return -1;
     }
-    // Quoted-printable: "=" and two hex digits is a byte, "=" at the end of
-    // a line joins it to the next. Whole lines are decoded; the rest waits.
-    void DecodeQuoted(bool end) {
-        int from = 0;
-        for (;;) {
-            const int nl = m_qpPending.indexOf('\n', from);
-            if (nl < 0 && !end)
-                break;
-            const int stop = nl < 0 ? m_qpPending.size() : nl;
-            const char* p = m_qpPending.constData();
-            QByteArray out;
-            bool soft = false;
-            for (int i = from; i < stop; ++i) {
-                if (p[i] != '=') {
-                    out += p[i];
-                } else if (i == stop - 1) {
-                    soft = true;
-                } else if (i + 2 < stop && Hex(p[i + 1]) >= 0 && Hex(p[i + 2]) >= 0) {
-                    out += char(Hex(p[i + 1]) * 16 + Hex(p[i + 2]));
-                    i += 2;
-                } else {
-                    out += '=';
+    // Characters outside the alphabet (line breaks, "=") are passed over.
+    void AddBase64(const char* data, qint64 size) {
+        const signed char* values = Base64Values();
+        char out[3 * 1024];
+        int o = 0;
+        quint32 quad = m_quad;
+        int n = m_quadSize;
+        for (qint64 i = 0; i < size; ++i) {
+            const int v = values[static_cast<unsigned char>(data[i])];
+            if (v < 0)
+                continue;
+            quad = (quad << 6) | quint32(v);
+            if (++n == 4) {
+                out[o] = char(quad >> 16);
+                out[o + 1] = char(quad >> 8);
+                out[o + 2] = char(quad);
+                o += 3;
+                quad = 0;
+                n = 0;
+                if (o == int(sizeof out)) {
+                    Out(out, o);
+                    o = 0;
                 }
             }
-            if (nl >= 0 && !soft)
-                out += '\n';
-            Out(out.constData(), out.size());
-            if (nl < 0) {
-                m_qpPending.clear();
-                return;
-            }
-            from = nl + 1;
         }
-        m_qpPending.remove(0, from);
+        Out(out, o);
+        m_quad = quad;
+        m_quadSize = n;
     }
-    // Line breaks wait: those at the very end are left out.
+    // Quoted-printable: "=" and two hex digits is a byte, "=" at the end of
+    // a line joins it to the next; any other "=" stays.
+    void AddQuoted(const char* data, qint64 size) {
+        char out[4096];
+        int o = 0;
+        auto put = [&](char c) {
+            out[o++] = c;
+            if (o == int(sizeof out)) {
+                Out(out, o);
+                o = 0;
+            }
+        };
+        for (qint64 i = 0; i < size; ++i) {
+            const char c = data[i];
+            if (m_qp == QpEquals) {
+                if (c == '\n') {
+                    m_qp = QpText;
+                    continue;
+                }
+                if (Hex(c) >= 0) {
+                    m_qp = QpHex;
+                    m_qpHex = c;
+                    continue;
+                }
+                put('=');
+                m_qp = QpText;
+            } else if (m_qp == QpHex) {
+                m_qp = QpText;
+                if (Hex(c) >= 0) {
+                    put(char(Hex(m_qpHex) * 16 + Hex(c)));
+                    continue;
+                }
+                put('=');
+                put(m_qpHex);
+            }
+            if (c == '=')
+                m_qp = QpEquals;
+            else
+                put(c);
+        }
+        Out(out, o);
+    }
+    // Line breaks wait: those at the very end are left out (a long run of
+    // them goes on, so that memory stays flat).
     void Out(const char* data, qint64 size) {
         qint64 keep = size;
         while (keep > 0 && (data[keep - 1] == '\n' || data[keep - 1] == '\r'))
             --keep;
-        if (keep > 0) {
-            m_hash.Add(m_trail.constData(), m_trail.size());
+        if (keep > 0 || m_trail.size() > 64 * 1024) {
+            m_hash.Add(m_trail.data(), qint64(m_trail.size()));
             m_trail.clear();
             m_hash.Add(data, keep);
         }
-        m_trail.append(data + keep, int(size - keep));
+        m_trail.append(data + keep, size_t(size - keep));
     }
 
     Kind m_kind = Plain;
     StreamHash m_hash;
     quint32 m_quad = 0;
     int m_quadSize = 0;
-    QByteArray m_trail;
-    QByteArray m_qpPending;
+    std::string m_trail;
+    enum { QpText, QpEquals, QpHex } m_qp = QpText;
+    char m_qpHex = 0;
 };
 
-// One leaf's digests as its lines come in.
+// One leaf's digests as its lines come in. Line breaks at the end of the
+// body are not part of it: the one before the next delimiter belongs to the
+// delimiter, and a part put back from a file may end in a blank line.
+// The copy's digest follows the raw one without hashing anything of its own
+// until a line comes that the copy changes.
 class LeafSink {
 public:
-    void Start(LeafDigest leaf, bool decode) {
+    void Start(LeafDigest leaf, bool decode, bool copies) {
         m_leaf = std::move(leaf);
         m_raw.Reset();
-        m_copied.Reset();
         m_decode = decode;
+        m_copies = copies;
         if (decode) {
             m_decoder.Start(m_leaf.encoding);
             m_copiedDecoder.Start(m_leaf.encoding);
         }
-        m_rawNewline = m_copiedNewline = false;
+        m_rawNewlines = 0;
+        m_same = true;
         m_copiedKnown = true;
+        m_longSpecial = false;
     }
-    // One whole line (its "\r\n" read as "\n" and ">From " as "From ").
-    // `copyLoses`: the copy leaves the line out (a trailer begins on it).
-    void Line(const QByteArray& line, bool copyLoses = false) {
-        Flags(line);
-        Raw(line.constData(), line.size(), !line.endsWith('\n'));
-        if (!copyLoses)
-            Copied(CopiedLine(line));
+    // One whole line; `copyLoses`: the copy leaves it out (a trailer begins
+    // on it).
+    void Line(const LineView& line, bool copyLoses = false) {
+        const bool eightBit = !emlx::IsAscii(line.p, line.n);
+        const bool nul = HasNul(line.p, line.n);
+        const bool marker = emlx::HasMark(line.p, line.n);
+        m_leaf.eightBit = m_leaf.eightBit || eightBit;
+        m_leaf.nul = m_leaf.nul || nul;
+        m_leaf.marker = m_leaf.marker || marker || copyLoses;
+        if (m_same && m_copies && (eightBit || nul || marker || copyLoses))
+            Diverge();
+        Raw(line.p, line.n, line.nl);
+        if (m_same)
+            return;
+        LineView copied;
+        if (!copyLoses && CopiedLine(line, m_buffer, &copied))
+            Text(m_copied, m_copiedDecoder, m_copiedNewlines, copied.p, copied.n, copied.nl);
+    }
+    // Whole lines that need no look of their own: no 8-bit byte, NUL, "\r"
+    // or trailer mark, none a delimiter; ending with "\n".
+    void PlainLines(const char* p, qint64 n) {
+        Raw(p, n - 1, true);
+        if (!m_same)
+            Copied(p, n);
     }
     // A piece of a line too long to hold; `last` ends it.
     void LongPiece(const char* data, qint64 size, bool last) {
-        const QByteArray piece = QByteArray::fromRawData(data, int(size));
-        Flags(piece);
-        Raw(data, size, !last || size == 0 || data[size - 1] != '\n');
+        const bool special =
+            !emlx::IsAscii(data, size) || HasNul(data, size) || emlx::HasMark(data, size);
+        m_leaf.eightBit = m_leaf.eightBit || !emlx::IsAscii(data, size);
+        m_leaf.nul = m_leaf.nul || HasNul(data, size);
+        m_leaf.marker = m_leaf.marker || emlx::HasMark(data, size);
+        const bool nl = last && size > 0 && data[size - 1] == '\n';
         // The copy's change of a line this long is not worked out: a plain
         // line is copied as it is, anything else is unknown.
-        m_longSpecial =
-            m_longSpecial || IsEightBit(piece) || piece.contains('\0') || emlx::HasMark(data, size);
-        if (m_longSpecial)
+        m_longSpecial = m_longSpecial || special;
+        if (m_longSpecial && m_copies) {
+            if (m_same)
+                Diverge();
             m_copiedKnown = false;
-        else
-            Copied(piece);
+        }
+        RawPiece(data, nl ? size - 1 : size, nl);
+        if (!m_same && !m_longSpecial)
+            Copied(data, size);
         if (last)
             m_longSpecial = false;
     }
@@ -360,12 +456,14 @@ public:
     }
     LeafDigest Finish() {
         m_leaf.raw = m_raw.Value();
-        m_leaf.copied = m_copiedKnown ? m_copied.Value() : ~m_leaf.raw;
+        m_leaf.copied = m_same ? m_leaf.raw : m_copiedKnown ? m_copied.Value() : ~m_leaf.raw;
         if (m_leaf.source == BodySource::DecodedFile) {
             m_leaf.decoded = m_leaf.decodedCopied = m_decodedFile.Finish();
         } else if (m_decode) {
             m_leaf.decoded = m_decoder.Finish();
-            m_leaf.decodedCopied = m_copiedKnown ? m_copiedDecoder.Finish() : ~m_leaf.decoded;
+            m_leaf.decodedCopied = m_same          ? m_leaf.decoded
+                                   : m_copiedKnown ? m_copiedDecoder.Finish()
+                                                   : ~m_leaf.decoded;
         }
         m_decodedFile.Start(QByteArray());
         return m_leaf;
@@ -373,30 +471,40 @@ public:
     LeafDigest& Leaf() { return m_leaf; }
 
 private:
-    void Flags(const QByteArray& bytes) {
-        m_leaf.eightBit = m_leaf.eightBit || IsEightBit(bytes);
-        m_leaf.nul = m_leaf.nul || bytes.contains('\0');
-        m_leaf.marker = m_leaf.marker || emlx::HasMark(bytes.constData(), bytes.size());
+    // From here on the copy's lines differ: its digests start as the raw
+    // ones are now.
+    void Diverge() {
+        m_copied = m_raw;
+        m_copiedNewlines = m_rawNewlines;
+        if (m_decode)
+            m_copiedDecoder = m_decoder;
+        m_same = false;
     }
-    // The line break before a delimiter belongs to the delimiter: each "\n"
-    // waits for the next line.
-    void Raw(const char* data, qint64 size, bool noNewline) {
-        if (size == 0)
+    void Raw(const char* data, qint64 n, bool nl) {
+        if (n == 0 && !nl)
             return;
-        if (m_rawNewline)
-            Both(m_raw, m_decoder, "\n", 1);
-        const qint64 n = noNewline ? size : size - 1;
-        Both(m_raw, m_decoder, data, n);
-        m_rawNewline = !noNewline;
+        RawPiece(data, n, nl);
     }
-    void Copied(const QByteArray& text) {
-        if (text.isEmpty())
-            return;
-        if (m_copiedNewline)
-            Both(m_copied, m_copiedDecoder, "\n", 1);
-        const bool newline = text.endsWith('\n');
-        Both(m_copied, m_copiedDecoder, text.constData(), text.size() - (newline ? 1 : 0));
-        m_copiedNewline = newline;
+    // Text bytes, then the line break when `nl`.
+    void RawPiece(const char* data, qint64 n, bool nl) {
+        Text(m_raw, m_decoder, m_rawNewlines, data, n, nl);
+    }
+    void Copied(const char* text, qint64 size) {
+        Text(m_copied, m_copiedDecoder, m_copiedNewlines, text, size, false);
+    }
+    // Line breaks wait until text follows them, so those at the end of the
+    // body are left out.
+    void Text(StreamHash& hash, BodyDecoder& decoder, qint64& newlines, const char* data, qint64 n,
+              bool nl) {
+        qint64 text = n;
+        while (text > 0 && data[text - 1] == '\n')
+            --text;
+        if (text > 0) {
+            for (; newlines > 0; --newlines)
+                Both(hash, decoder, "\n", 1);
+            Both(hash, decoder, data, text);
+        }
+        newlines += n - text + (nl ? 1 : 0);
     }
     void Both(StreamHash& hash, BodyDecoder& decoder, const char* data, qint64 size) {
         hash.Add(data, size);
@@ -408,9 +516,15 @@ private:
     StreamHash m_raw, m_copied;
     BodyDecoder m_decoder, m_copiedDecoder, m_decodedFile;
     bool m_decode = false;
-    bool m_rawNewline = false, m_copiedNewline = false, m_copiedKnown = true;
-    bool m_longSpecial = false;
+    bool m_copies = true; // the copy's digests are worked out
+    qint64 m_rawNewlines = 0, m_copiedNewlines = 0;
+    QByteArray m_buffer; // a copied line
+    bool m_same = true, m_copiedKnown = true, m_longSpecial = false;
 };
+
+bool IsSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
 
 // The header fields the reading needs of an entity.
 struct EntityHeaders {
@@ -423,51 +537,89 @@ struct EntityHeaders {
     void TakeField() {
         const int colon = field.indexOf(':');
         if (colon > 0) {
-            const QByteArray name = field.left(colon).trimmed().toLower();
+            const QByteArray key = field.left(colon).trimmed().toLower();
             const QByteArray value = field.mid(colon + 1).trimmed();
-            if (name == "content-type") {
+            if (key == "content-type") {
                 const int semi = value.indexOf(';');
                 type = (semi < 0 ? value : value.left(semi)).trimmed().toLower();
                 boundary = Parameter(value, "boundary");
-                if (this->name.isEmpty())
-                    this->name = QString::fromUtf8(Parameter(value, "name"));
-            } else if (name == "content-transfer-encoding") {
+                if (name.isEmpty())
+                    name = QString::fromUtf8(Parameter(value, "name"));
+            } else if (key == "content-transfer-encoding") {
                 encoding = value.toLower();
-            } else if (name == "content-disposition") {
+            } else if (key == "content-disposition") {
                 const QByteArray file = Parameter(value, "filename");
                 if (!file.isEmpty())
-                    this->name = QString::fromUtf8(file);
-            } else if (name == "x-apple-content-length") {
+                    name = QString::fromUtf8(file);
+            } else if (key == "x-apple-content-length") {
                 detached = true;
             }
         }
         field.clear();
     }
-    void Line(const QByteArray& line) {
-        if (!line.isEmpty() && (line[0] == ' ' || line[0] == '\t')) {
+    void Line(const LineView& line) {
+        const char* b = line.p;
+        const char* e = line.p + line.n;
+        while (b < e && IsSpace(*b))
+            ++b;
+        while (e > b && IsSpace(e[-1]))
+            --e;
+        const QByteArray text(b, int(e - b));
+        if (line.n > 0 && (line.p[0] == ' ' || line.p[0] == '\t')) {
             if (field.size() < kHeaderCap)
-                field += line.trimmed().prepend(' ');
+                field += ' ' + text;
             return;
         }
         TakeField();
-        field = line.trimmed();
+        field = text;
     }
 };
 
 // Header lines the export may add or drop, with their continuation lines.
-bool IsLeftOutField(const QByteArray& line) {
-    return StartsWithNoCase(line, "Status:") || StartsWithNoCase(line, "X-Status:") ||
-           StartsWithNoCase(line, "X-Apple-Content-Length:");
+bool IsLeftOutField(const LineView& line) {
+    return StartsWithNoCase(line.p, line.n, "Status:") ||
+           StartsWithNoCase(line.p, line.n, "X-Status:") ||
+           StartsWithNoCase(line.p, line.n, "X-Apple-Content-Length:");
+}
+
+// Length of the whole lines at the start of `data` that need no look of
+// their own in a leaf's body (LeafSink::PlainLines): up to a line starting
+// with "-" or ">" or holding an 8-bit byte, a NUL, "\r" or "<?"/"<!".
+qint64 PlainLinesAt(const char* data, qint64 size) {
+    using emlx::Bytes16;
+    if (size > 0 && (data[0] == '-' || data[0] == '>'))
+        return 0;
+    auto stops = [](Bytes16 v, Bytes16 next) {
+        return (v == 0) | (v == '\r') | (v < 0) | ((v == '<') & ((next == '?') | (next == '!'))) |
+               ((v == '\n') & ((next == '-') | (next == '>')));
+    };
+    qint64 i = 0;
+    for (; i + 17 <= size; i += 16)
+        if (emlx::Any(stops(emlx::Load16(data + i), emlx::Load16(data + i + 1))))
+            break;
+    for (; i < size; ++i) {
+        const auto c = static_cast<unsigned char>(data[i]);
+        if (c == 0 || c == '\r' || c >= 0x80)
+            break;
+        if (i + 1 < size && ((c == '<' && (data[i + 1] == '?' || data[i + 1] == '!')) ||
+                             (c == '\n' && (data[i + 1] == '-' || data[i + 1] == '>'))))
+            break;
+        if (c == '<' || (c == '\n' && i + 1 == size))
+            break; // what follows is not known yet
+    }
+    const char* last = emlx::LastNewline(data, i + (i < size && data[i] == '\n' ? 1 : 0));
+    return last ? last + 1 - data : 0;
 }
 
 } // namespace
 
 struct MessageDigester::State {
     bool decode;
-    // The line being read: held whole up to a size, then passed on in pieces.
+    bool copies;
+    // The line being read across pieces: held whole up to a size, then
+    // passed on in pieces.
     QByteArray line;
     bool longLine = false;
-    bool lineStarted = false;
 
     enum Mode { TopHeader, PartHeader, Preamble, LeafBody, Ignore } mode = TopHeader;
     struct Level {
@@ -487,21 +639,24 @@ struct MessageDigester::State {
     MessageDigest out;
     StreamHash key, header, headerCopied;
     bool droppingField = false;
+    QByteArray buffer; // a copied line, the key's text
 
     // The delimiter a body line is: the level, and whether it closes it.
-    int Delimiter(const QByteArray& l, bool* close) const {
-        if (!l.startsWith("--"))
+    int Delimiter(const LineView& l, bool* close) const {
+        if (l.n < 2 || l.p[0] != '-' || l.p[1] != '-')
             return -1;
-        QByteArray t = l;
-        while (t.endsWith('\n') || t.endsWith('\r') || t.endsWith(' ') || t.endsWith('\t'))
-            t.chop(1);
+        qint64 n = l.n;
+        while (n > 0 && (l.p[n - 1] == ' ' || l.p[n - 1] == '\t' || l.p[n - 1] == '\r'))
+            --n;
         for (int i = levels.size() - 1; i >= 0; --i) {
             const QByteArray& b = levels[i].boundary;
-            if (t.size() == b.size() + 2 && t.endsWith(b)) {
+            if (n < b.size() + 2 || memcmp(l.p + 2, b.constData(), size_t(b.size())) != 0)
+                continue;
+            if (n == b.size() + 2) {
                 *close = false;
                 return i;
             }
-            if (t.size() == b.size() + 4 && t.endsWith("--") && t.mid(2, b.size()) == b) {
+            if (n == b.size() + 4 && l.p[n - 2] == '-' && l.p[n - 1] == '-') {
                 *close = true;
                 return i;
             }
@@ -516,36 +671,42 @@ struct MessageDigester::State {
         skipBlank = false;
     }
 
-    void HeaderLine(const QByteArray& l) {
+    void HeaderLine(const LineView& l, bool copyLoses) {
         if (mode == TopHeader) {
-            if (l[0] != ' ' && l[0] != '\t')
+            if (l.n == 0 || (l.p[0] != ' ' && l.p[0] != '\t'))
                 droppingField = IsLeftOutField(l);
             if (!droppingField) {
-                bool newline = false;
-                QByteArray text = TextUpToNul(l, &newline);
-                out.headerEightBit = out.headerEightBit || IsEightBit(l);
-                out.headerNul = out.headerNul || l.contains('\0');
-                const bool marker = emlx::HasMark(text.constData(), text.size());
-                out.headerMarker = out.headerMarker || marker;
-                header.Add(l.constData(), l.size());
-                const QByteArray copied = CopiedLine(l);
-                headerCopied.Add(copied.constData(), copied.size());
+                out.headerEightBit = out.headerEightBit || !emlx::IsAscii(l.p, l.n);
+                out.headerNul = out.headerNul || HasNul(l.p, l.n);
+                qint64 text = l.n;
+                if (const void* z = text > 0 ? memchr(l.p, 0, size_t(text)) : nullptr)
+                    text = static_cast<const char*>(z) - l.p;
+                const bool marker = emlx::HasMark(l.p, text);
+                out.headerMarker = out.headerMarker || marker || copyLoses;
+                header.Add(l.p, l.n);
+                header.Add("\n", l.nl ? 1 : 0);
+                LineView copied;
+                if (copies && !copyLoses && CopiedLine(l, buffer, &copied)) {
+                    headerCopied.Add(copied.p, copied.n);
+                    headerCopied.Add("\n", copied.nl ? 1 : 0);
+                }
                 // The key: each run of 8-bit bytes as one "?".
-                if (!marker && !text.isEmpty()) {
-                    if (text.startsWith("\xEF\xBB\xBF"))
-                        text.remove(0, 3);
-                    QByteArray k;
-                    k.reserve(text.size());
-                    for (int i = 0; i < text.size(); ++i) {
-                        if (static_cast<unsigned char>(text[i]) < 0x80)
-                            k += text[i];
-                        else if (k.isEmpty() || k.back() != '?' ||
-                                 static_cast<unsigned char>(text[i - 1]) < 0x80)
-                            k += '?';
+                if (!marker && text > 0) {
+                    const char* p = l.p;
+                    if (text >= 3 && memcmp(p, "\xEF\xBB\xBF", 3) == 0)
+                        p += 3, text -= 3;
+                    buffer.resize(int(text) + 1);
+                    char* k = buffer.data();
+                    qint64 m = 0;
+                    for (qint64 i = 0; i < text; ++i) {
+                        const bool high = static_cast<unsigned char>(p[i]) >= 0x80;
+                        if (!high)
+                            k[m++] = p[i];
+                        else if (i == 0 || static_cast<unsigned char>(p[i - 1]) < 0x80)
+                            k[m++] = '?';
                     }
-                    if (!newline && !k.endsWith('\n'))
-                        k += '\n';
-                    key.Add(k.constData(), k.size());
+                    k[m++] = '\n';
+                    key.Add(k, m);
                 }
             }
         }
@@ -565,7 +726,7 @@ struct MessageDigester::State {
             d.encoding = headers.encoding;
             d.name = headers.name;
             d.detached = headers.detached;
-            leaf.Start(d, decode);
+            leaf.Start(d, decode, copies);
             inLeaf = true;
             mode = LeafBody;
             if (d.detached && findBody) {
@@ -604,11 +765,20 @@ struct MessageDigester::State {
             const char* data = chunk.constData();
             qint64 size = chunk.size();
             while (size > 0) {
+                if (l.isEmpty()) {
+                    const qint64 plain = PlainLinesAt(data, size);
+                    if (plain > 0) {
+                        leaf.PlainLines(data, plain);
+                        data += plain;
+                        size -= plain;
+                        continue;
+                    }
+                }
                 const char* nl = static_cast<const char*>(memchr(data, '\n', size_t(size)));
                 const qint64 n = nl ? nl - data + 1 : size;
                 l.append(data, int(n));
                 if (nl || l.size() > kLineCap) {
-                    leaf.Line(Normalized(l));
+                    leaf.Line(LineView::Of(l.constData(), l.size()));
                     l.clear();
                 }
                 data += n;
@@ -616,33 +786,23 @@ struct MessageDigester::State {
             }
         }
         if (!l.isEmpty())
-            leaf.Line(Normalized(l));
+            leaf.Line(LineView::Of(l.constData(), l.size()));
         if (file.error() != QFileDevice::NoError)
             unreadable << path + QStringLiteral(": ") + file.errorString();
     }
 
-    // ">From " is the mbox escaping of "From "; "\r\n" is "\n".
-    static QByteArray Normalized(QByteArray l) {
-        if (l.endsWith("\r\n")) {
-            l.chop(2);
-            l += '\n';
-        }
-        if (l.startsWith(">From "))
-            l.remove(0, 1);
-        return l;
-    }
-
     // A whole line; `copyLoses`: the copy leaves it out.
-    void WholeLine(const QByteArray& raw, bool copyLoses = false) {
-        const QByteArray l = Normalized(raw);
-        out.empty = false;
+    void WholeLine(const char* p, qint64 n, bool copyLoses = false) {
+        const LineView l = LineView::Of(p, n);
+        if (!l.IsBlank())
+            out.empty = false;
         switch (mode) {
         case TopHeader:
         case PartHeader:
-            if (l == "\n")
+            if (l.IsBlank())
                 EndHeaders();
             else
-                HeaderLine(l);
+                HeaderLine(l, copyLoses);
             return;
         case Preamble:
         case LeafBody:
@@ -667,7 +827,7 @@ struct MessageDigester::State {
             }
             if (mode != LeafBody)
                 return;
-            if (skipBlank && l == "\n")
+            if (skipBlank && l.IsBlank())
                 return;
             skipBlank = false;
             leaf.Line(l, copyLoses);
@@ -677,8 +837,9 @@ struct MessageDigester::State {
     }
 };
 
-MessageDigester::MessageDigester(bool decode) : d(new State) {
+MessageDigester::MessageDigester(bool decode, bool copies) : d(new State) {
     d->decode = decode;
+    d->copies = copies;
 }
 
 MessageDigester::~MessageDigester() {
@@ -687,17 +848,33 @@ MessageDigester::~MessageDigester() {
 
 void MessageDigester::Add(const char* data, qint64 size) {
     while (size > 0) {
+        // Runs of plain lines in a leaf's body go whole.
+        if (d->line.isEmpty() && !d->longLine && d->mode == State::LeafBody && !d->skipBlank) {
+            const qint64 plain = PlainLinesAt(data, size);
+            if (plain > 0) {
+                d->out.empty = false;
+                d->leaf.PlainLines(data, plain);
+                data += plain;
+                size -= plain;
+                continue;
+            }
+        }
         const char* nl = static_cast<const char*>(memchr(data, '\n', size_t(size)));
         const qint64 n = nl ? nl - data + 1 : size;
         if (d->longLine) {
             // The rest of a line too long to hold: only a leaf's body has them.
             if (d->mode == State::LeafBody && !d->skipBlank)
                 d->leaf.LongPiece(data, n, nl != nullptr);
+        } else if (nl && d->line.isEmpty()) {
+            d->WholeLine(data, n);
         } else {
             d->line.append(data, int(n));
-            if (!nl && d->line.size() > kLineCap) {
-                // Too long to hold: the first part goes as a line of its own
-                // when it is body text, and the rest follows in pieces.
+            if (nl) {
+                d->WholeLine(d->line.constData(), d->line.size());
+                d->line.clear();
+            } else if (d->line.size() > kLineCap) {
+                // Too long to hold: the first part goes now when it is body
+                // text, and the rest follows in pieces.
                 d->longLine = true;
                 d->out.empty = false;
                 if (d->mode == State::LeafBody) {
@@ -707,12 +884,8 @@ void MessageDigester::Add(const char* data, qint64 size) {
                 d->line.clear();
             }
         }
-        if (nl) {
-            if (!d->longLine)
-                d->WholeLine(d->line);
-            d->line.clear();
+        if (nl)
             d->longLine = false;
-        }
         data += n;
         size -= n;
     }
@@ -724,7 +897,7 @@ void MessageDigester::SetDetachedBodies(DetachedBodies find) {
 
 MessageDigest MessageDigester::Finish(bool lastLineTrailer) {
     if (!d->line.isEmpty() && !d->longLine)
-        d->WholeLine(d->line, lastLineTrailer);
+        d->WholeLine(d->line.constData(), d->line.size(), lastLineTrailer);
     d->line.clear();
     if (d->mode == State::TopHeader || d->mode == State::PartHeader)
         d->headers.TakeField();
@@ -732,13 +905,14 @@ MessageDigest MessageDigester::Finish(bool lastLineTrailer) {
     MessageDigest out = d->out;
     out.key = d->key.Value();
     out.header = d->header.Value();
-    out.headerCopied = d->headerCopied.Value();
+    out.headerCopied = d->copies ? d->headerCopied.Value() : out.header;
     out.unreadable = d->unreadable;
-    const bool decode = d->decode;
+    const bool decode = d->decode, copies = d->copies;
     DetachedBodies find = std::move(d->findBody);
     delete d;
     d = new State;
     d->decode = decode;
+    d->copies = copies;
     d->findBody = std::move(find);
     return out;
 }

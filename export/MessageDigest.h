@@ -49,7 +49,7 @@ struct LeafDigest {
     QString section;     // IMAP body section: "1", "2", "2.1" ...
     QByteArray encoding; // Content-Transfer-Encoding, lower case
     QString name;        // file name from its headers, for reports
-    quint64 raw = 0;     // its lines, without the line break before the next delimiter
+    quint64 raw = 0;     // its lines, without the line breaks at its end
     quint64 copied = 0;  // the same after the default copy's line changes
     quint64 decoded = 0; // its bytes decoded, trailing line breaks left out (second look)
     quint64 decodedCopied = 0;
@@ -71,7 +71,7 @@ struct MessageDigest {
     quint64 headerCopied = 0;
     bool headerEightBit = false, headerNul = false, headerMarker = false;
     QVector<LeafDigest> leaves;
-    bool empty = true;      // not a byte
+    bool empty = true;      // nothing but line breaks
     QStringList unreadable; // files of detached bodies that could not be read, and why
     // Where the message is: its store file, or its mbox file and byte range.
     QString file;
@@ -82,8 +82,10 @@ struct MessageDigest {
 class MessageDigester {
 public:
     // `decode`: also digest every leaf's decoded bytes (slower; for a second
-    // look at a message that differs).
-    explicit MessageDigester(bool decode);
+    // look at a message that differs). `copies`: work out the digests of
+    // what the default copy makes of the lines (a package's messages need
+    // none: they are what was written); without, they equal the raw ones.
+    explicit MessageDigester(bool decode, bool copies = true);
     ~MessageDigester();
     MessageDigester(const MessageDigester&) = delete;
     MessageDigester& operator=(const MessageDigester&) = delete;

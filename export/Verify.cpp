@@ -17,6 +17,7 @@
 
 #include <cstring>
 #include <deque>
+#include <mutex>
 #include <thread>
 #include <unistd.h>
 
@@ -46,7 +47,7 @@ bool ReadMbox(const QString& path, bool decode, const std::atomic<bool>& stop, E
         return false;
     const QByteArray sep = MboxWriter::Separator();
     const QByteArray nlSep = '\n' + sep;
-    MessageDigester digester(decode);
+    MessageDigester digester(decode, false);
     QByteArray buf;
     qint64 base = from;       // file position of buf[0]
     qint64 cursor = 0;        // bytes of buf handed on
@@ -83,9 +84,12 @@ bool ReadMbox(const QString& path, bool decode, const std::atomic<bool>& stop, E
             begin = base + cursor;
         }
         for (;;) {
-            const int at = buf.indexOf(nlSep, int(std::max<qint64>(cursor - 1, 0)));
-            if (at < 0)
+            const qint64 from = std::max<qint64>(cursor - 1, 0);
+            const void* found = memmem(buf.constData() + from, size_t(buf.size() - from),
+                                       nlSep.constData(), size_t(nlSep.size()));
+            if (!found)
                 break;
+            const qint64 at = static_cast<const char*>(found) - buf.constData();
             digester.Add(buf.constData() + cursor, at + 1 - cursor);
             finish(base + at + 1);
             cursor = at + 1 + sep.size();
@@ -125,37 +129,70 @@ MessageDigester::DetachedBody DetachedBodyOf(const QString& path, const QString&
 }
 
 // The message of a store file: its bytes after the byte count line, as many
-// as the count says (without a count: up to the trailer).
-bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString* reason) {
+// as the count says (without a count: up to the trailer). `notAMessage`,
+// when given, receives why the file holds no message; such a file is not
+// read further.
+bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString* reason,
+                  QString* notAMessage = nullptr) {
     QFile file;
     if (!OpenForReading(file, path, reason))
         return false;
     const qint64 size = file.size();
-    // The first line: the byte count.
-    QByteArray first;
-    for (QByteArray piece; !first.endsWith('\n') && !(piece = file.read(4096)).isEmpty();)
-        first += piece;
-    const int nl = first.indexOf('\n');
-    const qint64 countEnd = nl < 0 ? first.size() : nl + 1;
-    const int nul = first.indexOf('\0');
-    const quint64 count =
-        emlx::ByteCount(first.constData(), nul >= 0 && nul < countEnd ? nul : countEnd);
+    // The first piece holds the whole of most messages.
+    QByteArray head = file.read(kChunk);
+    if (notAMessage) {
+        *notAMessage = WhyNotAMessage(path, head.constData(), std::min(head.size(), 512));
+        if (!notAMessage->isEmpty())
+            return true;
+    }
+    // The first line: the byte count. One longer than a piece holds none.
+    qint64 countEnd = size;
+    quint64 count = 0;
+    if (const void* nl = memchr(head.constData(), '\n', size_t(head.size()))) {
+        countEnd = static_cast<const char*>(nl) - head.constData() + 1;
+        const void* nul = memchr(head.constData(), 0, size_t(countEnd));
+        count = emlx::ByteCount(head.constData(),
+                                nul ? static_cast<const char*>(nul) - head.constData() : countEnd);
+    } else {
+        qint64 at = head.size();
+        for (QByteArray piece; !(piece = file.read(kChunk)).isEmpty(); at += piece.size()) {
+            if (const void* n = memchr(piece.constData(), '\n', size_t(piece.size()))) {
+                countEnd = at + (static_cast<const char*>(n) - piece.constData()) + 1;
+                break;
+            }
+        }
+        head.clear();
+    }
     qint64 end = size;
     bool lastLineTrailer = false;
     if (count > 0) {
         end = countEnd + qint64(std::min<quint64>(count, quint64(size)));
         end = std::min(end, size);
-        // Mail's trailer begins right after the message; when the message
-        // does not end its last line, the copy loses that line with it.
-        if (end < size && file.seek(end - 1)) {
-            const QByteArray around = file.read(emlx::kLongestMark + 1);
-            lastLineTrailer = !around.startsWith('\n') &&
-                              emlx::HasMark(around.constData() + 1, around.size() - 1);
+        // Mail's trailer begins right after the message. When the message
+        // does not end its last line, that line goes on into the trailer,
+        // and the copy loses it when a trailer mark is on it.
+        if (end < size) {
+            const qint64 from = std::max(countEnd, end - emlx::kLongestMark);
+            const qint64 to = std::min(size, end + emlx::kLongestMark);
+            QByteArray around;
+            if (to <= head.size())
+                around = head.mid(int(from), int(to - from));
+            else if (file.seek(from))
+                around = file.read(to - from);
+            const int at = int(end - from); // the first byte after the message
+            if (at > 0 && at <= around.size() && around.at(at - 1) != '\n') {
+                const int start = around.lastIndexOf('\n', at - 1) + 1;
+                const int stop = around.indexOf('\n', at);
+                lastLineTrailer = emlx::HasMark(around.constData() + start,
+                                                (stop < 0 ? around.size() : stop) - start);
+            }
         }
     } else {
         // No count: the message ends at the first line with a trailer mark.
-        if (!file.seek(countEnd))
+        if (!file.seek(countEnd)) {
+            *reason = file.errorString();
             return false;
+        }
         qint64 lineStart = countEnd;
         QByteArray line;
         for (QByteArray piece; !(piece = file.read(kChunk)).isEmpty();) {
@@ -178,12 +215,20 @@ bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString*
                 break;
         }
     }
-    if (!file.seek(countEnd))
-        return false;
     MessageDigester digester(decode);
     digester.SetDetachedBodies(
         [&path](const QString& section) { return DetachedBodyOf(path, section); });
-    for (qint64 at = countEnd; at < end;) {
+    qint64 at = countEnd;
+    if (at < head.size()) {
+        const qint64 n = std::min<qint64>(end, head.size()) - at;
+        digester.Add(head.constData() + at, n);
+        at += n;
+    }
+    if (at < end && !file.seek(at)) {
+        *reason = file.errorString();
+        return false;
+    }
+    while (at < end) {
         const QByteArray piece = file.read(std::min(kChunk, end - at));
         if (piece.isEmpty())
             break;
@@ -206,6 +251,8 @@ struct Source {
     MessageDigest digest;
     bool read = false;
     bool matched = false;
+    QString reason;      // why it could not be read
+    QString notAMessage; // why it holds no message
 };
 
 QString PartName(const LeafDigest& leaf) {
@@ -256,13 +303,19 @@ public:
     }
 
 private:
+    // The parts' bytes are decoded only where their lines differ in a way
+    // the copy does not explain (a part put back from Mail's decoded copy is
+    // always encoded anew).
     static bool NeedsSecondLook(const MessageDigest& s, const MessageDigest& p) {
-        if (s.header != p.header || s.leaves.size() != p.leaves.size())
+        if (s.leaves.size() != p.leaves.size())
             return true;
-        for (int i = 0; i < s.leaves.size(); ++i)
-            if (s.leaves[i].raw != p.leaves[i].raw || s.leaves[i].section != p.leaves[i].section ||
-                s.leaves[i].source == BodySource::DecodedFile)
+        for (int i = 0; i < s.leaves.size(); ++i) {
+            const LeafDigest& a = s.leaves[i];
+            const LeafDigest& b = p.leaves[i];
+            if (a.section != b.section || a.source == BodySource::DecodedFile ||
+                (a.raw != b.raw && a.copied != b.raw))
                 return true;
+        }
         return false;
     }
 
@@ -394,16 +447,13 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
                 it = folderOf.insert(mbox, result.folders.size());
                 result.folders.append({mbox});
             }
-            sources.push_back({m.path, mbox, *it, {}, false, false});
+            sources.push_back({m.path, mbox, *it, {}, false, false, {}, {}});
         }
     }
     progress.OnShowingScanProgBar();
     progress.OnSettingsForPrgBar(static_cast<unsigned long>(sources.size()),
                                  QStringLiteral("Verifying the package. Please Wait..."));
 
-    // The package's messages, read on a thread of their own while the
-    // store's are read here.
-    QHash<QString, std::vector<MessageDigest>> package; // mbox -> messages in order
     QStringList mboxes;
     if (job.onlyTheirMboxes) {
         for (const VerifyFolder& f : result.folders)
@@ -415,15 +465,57 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
             mboxes << it.next();
         mboxes.sort();
     }
-    std::thread packageReader([&] {
-        for (const QString& mbox : qAsConst(mboxes)) {
-            if (stop)
-                break;
-            std::vector<MessageDigest> messages;
-            ReadMbox(mbox, false, stop, [&](MessageDigest m) { messages.push_back(std::move(m)); });
-            package.insert(mbox, std::move(messages));
+
+    // Every store file and every mbox file is read once. This thread takes
+    // the store's files from the front of the list (it reports progress),
+    // the other threads take the mbox files from its back; whoever runs out
+    // first goes on with the rest of the other end.
+    std::vector<std::vector<MessageDigest>> packageMessages(size_t(mboxes.size()));
+    const int tasks = int(sources.size()) + mboxes.size();
+    std::mutex taskLock;
+    int front = 0, back = tasks;
+    auto take = [&](bool fromFront) {
+        std::lock_guard<std::mutex> lock(taskLock);
+        if (front >= back || stop)
+            return -1;
+        return fromFront ? front++ : --back;
+    };
+    std::atomic<int> sourcesRead{0};
+    auto work = [&](bool fromFront) {
+        for (int t; (t = take(fromFront)) >= 0;) {
+            if (t < int(sources.size())) {
+                Source& s = sources[size_t(t)];
+                s.read = DigestSource(s.path, false, &s.digest, &s.reason, &s.notAMessage);
+                ++sourcesRead;
+            } else {
+                const int m = t - int(sources.size());
+                ReadMbox(mboxes.at(m), false, stop, [&](MessageDigest d) {
+                    packageMessages[size_t(m)].push_back(std::move(d));
+                });
+            }
+            if (fromFront)
+                return t;
         }
-    });
+        return -1;
+    };
+    std::vector<std::thread> helpers;
+    const unsigned cores = std::max(2u, std::thread::hardware_concurrency());
+    for (unsigned i = 1; i < cores; ++i)
+        helpers.emplace_back([&] { work(false); });
+    int reported = 0;
+    auto report = [&] {
+        for (const int read = sourcesRead; reported < read; ++reported)
+            progress.CurrentValue();
+    };
+    while (work(true) >= 0)
+        report();
+    for (std::thread& t : helpers)
+        t.join();
+    report();
+    QHash<QString, std::vector<MessageDigest>> package; // mbox -> messages in order
+    for (int m = 0; m < mboxes.size(); ++m)
+        package.insert(mboxes.at(m), std::move(packageMessages[size_t(m)]));
+
     auto count = [&](int folder, int outcome) {
         if (folder < 0)
             return;
@@ -433,30 +525,16 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
         ++(outcome == 0 ? result.verified : outcome == 1 ? result.changed : result.faults);
     };
     for (Source& s : sources) {
-        if (stop)
-            break;
-        QString reason;
-        QFile probe;
-        if (OpenForReading(probe, s.path, &reason)) {
-            const QByteArray first = probe.read(512);
-            // A file that holds no message is not in the package either.
-            if (!WhyNotAMessage(s.path, first.constData(), first.size()).isEmpty()) {
-                s.matched = s.read = true;
-                s.folder = -1;
-                progress.CurrentValue();
-                continue;
-            }
-            probe.close();
-            s.read = DigestSource(s.path, false, &s.digest, &reason);
-        }
-        if (!s.read) {
+        // A file that holds no message is not in the package either.
+        if (s.read && !s.notAMessage.isEmpty()) {
+            s.matched = true;
+            s.folder = -1;
+        } else if (!s.read && !stop) {
             result.findings.append({true, QStringLiteral("unreadable"), s.path, QString(), s.mbox,
-                                    QStringLiteral("cannot be read in the store: ") + reason});
+                                    QStringLiteral("cannot be read in the store: ") + s.reason});
             count(s.folder, 2);
         }
-        progress.CurrentValue();
     }
-    packageReader.join();
     if (stop) {
         result.stopped = true;
         return result;

@@ -13,7 +13,7 @@ scripts/install-deps.sh
 
 seconds=${1:-60}
 extra=${2:-}
-targets=(analysis decoders writer)
+targets=(analysis decoders writer digest)
 
 CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DPELLOMAR_FUZZ=ON -DPELLOMAR_SANITIZE=ON -DPELLOMAR_BUILD_GUI=OFF >/dev/null
