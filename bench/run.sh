@@ -12,12 +12,16 @@
 #                 end-of-scan box (bench/WindowScan.cpp)
 #   plain copy    every file of the store copied once into one file, through
 #                 a buffer as a program that looks at the bytes must
-#   export        pellomar-cli export, with Latin-1 text and with --keep-bytes
+#   export        pellomar-cli export --no-verify, with Latin-1 text and with
+#                 --keep-bytes
+#   verify        pellomar-cli verify of the package the export wrote (the
+#                 check an export makes after writing, on its own)
 # It prints one table: the fastest and slowest time and CPU time of each, the
 # ratios of each pair (per run, lowest to highest; and fastest over fastest)
 # and the peak memory. Then
-# it times the export of a store holding one very large message and of one
-# whose 300 MB part is restored from an Attachments folder.
+# it times the export of a store holding one very large message, and the
+# export and verification of one whose 1 GB part is restored from an
+# Attachments folder.
 set -euo pipefail
 N=${1:-20000}
 [[ $N =~ ^[0-9]+$ && $N -gt 0 ]] || { echo "usage: bench/run.sh [N]" >&2; exit 2; }
@@ -106,9 +110,10 @@ for ((run = 1; run <= runs; run++)); do
   sync
   measure copy "$gen" copy "$store" "$out/copy"
   rm -f "$out/copy" && sync
-  measure export "$cli" export "$store" "$out"
+  measure export "$cli" export "$store" "$out" --no-verify
+  measure verify "$cli" verify "$(compgen -G "$out/*.rge")" "$store"
   rm -rf "$out" && mkdir -p "$out" && sync
-  measure keepbytes "$cli" export "$store" "$out" --keep-bytes
+  measure keepbytes "$cli" export "$store" "$out" --keep-bytes --no-verify
   rm -rf "$out" && mkdir -p "$out"
 done
 
@@ -155,7 +160,9 @@ awk '
     row("plain copy", "copy", "")
     row("export", "export", "copy")
     row("export --keep-bytes", "keepbytes", "copy")
-    print "Ratios, per run: CLI scan / plain read, window scan / CLI scan, export / plain copy;"
+    row("verify", "verify", "read")
+    print "Ratios, per run: CLI scan / plain read, window scan / CLI scan, export / plain copy,"
+    print "verify / plain read (verify reads the store and the package);"
     print "best: the fastest of each over the fastest of the other (what is left without the noise)."
   }' "$results"
 
@@ -177,13 +184,13 @@ if [[ ! -f $big/.done ]]; then
   touch "$big/.done"
 fi
 big_bytes=$(stat -c %s "$big/Big.mbox/Messages/1.emlx")
-read -r big_s big_kb big_rc < <("$gen" measure /dev/null "$cli" export "$big" "$out")
+read -r big_s big_kb big_rc < <("$gen" measure /dev/null "$cli" export "$big" "$out" --no-verify)
 [[ $big_rc == 0 ]] || { echo "export of the large message failed with exit code $big_rc" >&2; exit 1; }
 rm -rf "$out"
 mkdir -p "$out"
 # The peak above covers the scan too. Sample the resident size while the
 # package is being written (from the moment its Mail folder exists).
-"$cli" export "$big" "$out" >/dev/null 2>&1 &
+"$cli" export "$big" "$out" --no-verify >/dev/null 2>&1 &
 pid=$!
 writing_kb=0
 while kill -0 "$pid" 2>/dev/null; do
@@ -200,17 +207,18 @@ awk -v bb="$big_bytes" -v bs="$big_s" -v bkb="$big_kb" -v wkb="$writing_kb" 'BEG
   printf " RSS while writing the package %.1f MB\n", wkb / 1024
 }'
 
-# One partial message in today's layout whose 300 MB part Mail keeps
-# decoded under Attachments: the export encodes it back in base64.
-detached=$work/store-detached
+# One partial message in today's layout whose 1 GB part Mail keeps decoded
+# under Attachments: the export encodes it back in base64, the verification
+# decodes it again.
+detached=$work/store-detached-1g
 data="$detached/V10/Mailboxes/Big.mbox/0D58BCB4-AE72-47E2-8515-739A8B058FAE/Data/1"
 if [[ ! -f $detached/.done ]]; then
   rm -rf "$detached"
   mkdir -p "$data/Messages" "$data/Attachments/1042/2"
-  head -c 300000000 /dev/urandom > "$data/Attachments/1042/2/big.bin"
+  head -c 1000000000 /dev/urandom > "$data/Attachments/1042/2/big.bin"
   msg=$'Subject: big\nContent-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nhi\n'
   msg+=$'--b\nContent-Type: application/octet-stream; name=big.bin\nContent-Transfer-Encoding: base64\n'
-  msg+=$'X-Apple-Content-Length: 405000000\n\n--b--\n'
+  msg+=$'X-Apple-Content-Length: 1350000000\n\n--b--\n'
   { printf '%s\n%s' "${#msg}" "$msg"
     printf '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0">\n</plist>\n'; } \
     > "$data/Messages/1042.partial.emlx"
@@ -218,9 +226,12 @@ if [[ ! -f $detached/.done ]]; then
 fi
 detached_bytes=$(stat -c %s "$data/Attachments/1042/2/big.bin")
 mkdir -p "$out"
-read -r det_s det_kb det_rc < <("$gen" measure /dev/null "$cli" export "$detached" "$out")
+read -r det_s det_kb det_rc < <("$gen" measure /dev/null "$cli" export "$detached" "$out" --no-verify)
 [[ $det_rc == 0 ]] || { echo "export of the detached part failed with exit code $det_rc" >&2; exit 1; }
+read -r ver_s ver_kb ver_rc < <("$gen" measure /dev/null "$cli" verify "$(compgen -G "$out/*.rge")" "$detached")
+[[ $ver_rc == 0 ]] || { echo "verification of the detached part failed with exit code $ver_rc" >&2; exit 1; }
 rm -rf "$out"
-awk -v db="$detached_bytes" -v ds="$det_s" -v dkb="$det_kb" 'BEGIN {
-  printf "One %.0f MB part from Attachments: export %.2f s, %.1f MB/s, peak RSS %.1f MB\n", db / 1e6, ds, db / 1e6 / ds, dkb / 1024
+awk -v db="$detached_bytes" -v ds="$det_s" -v dkb="$det_kb" -v vs="$ver_s" -v vkb="$ver_kb" 'BEGIN {
+  printf "One %.0f MB part from Attachments: export %.2f s, %.1f MB/s, peak RSS %.1f MB;", db / 1e6, ds, db / 1e6 / ds, dkb / 1024
+  printf " verify %.2f s, peak RSS %.1f MB\n", vs, vkb / 1024
 }'
