@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds Pellomar twice (normal, and with AddressSanitizer + UndefinedBehavior-
-# Sanitizer) and runs the whole test suite on both builds under Xvfb.
+# Sanitizer) and runs the whole test suite on both builds under Xvfb, then
+# makes the Debian package from the normal build and tests it installed
+# (as root only).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -22,3 +24,6 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 xvfb-run -a -s "-screen 0 1600x1000x24" ctest --test-dir build/asan --output-on-failure -j"$jobs"
+
+echo "== Debian package (made from the normal build, installed, run, removed) =="
+scripts/test-package.sh
