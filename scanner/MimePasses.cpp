@@ -112,7 +112,36 @@ struct TextPart {
     QByteArray encoding;
     qint64 bodyStart = 0;
     bool sawContentType = false;
+    // A file name or an attachment disposition: the part is an attachment,
+    // never the body, whatever its type.
+    bool attachment = false;
 };
+
+// A header line of a part that makes it an attachment: "Content-Disposition:
+// attachment", or a name or filename parameter ("name=", "filename*0*=" ...)
+// on any of the part's header lines.
+bool MarksAttachment(const Line& line) {
+    if (line.StartsWith("Content-Disposition:", true) &&
+        line.Text().midRef(20).trimmed().startsWith(QLatin1String("attachment"),
+                                                    Qt::CaseInsensitive))
+        return true;
+    const QString t = line.Text();
+    for (int at = t.indexOf(QLatin1String("name"), 0, Qt::CaseInsensitive); at >= 0;
+         at = t.indexOf(QLatin1String("name"), at + 4, Qt::CaseInsensitive)) {
+        int from = at;
+        if (from >= 4 &&
+            t.midRef(from - 4, 4).compare(QLatin1String("file"), Qt::CaseInsensitive) == 0)
+            from -= 4;
+        if (from > 0 && t.at(from - 1) != QLatin1Char(';') && !t.at(from - 1).isSpace())
+            continue;
+        int i = at + 4;
+        while (i < t.size() && (t.at(i) == QLatin1Char('*') || t.at(i).isDigit()))
+            ++i;
+        if (i < t.size() && t.at(i) == QLatin1Char('='))
+            return true;
+    }
+    return false;
+}
 
 // Reads the header block of a part starting at pos up to its blank line.
 // False when the block ends without a blank line (end of file, an empty
@@ -129,6 +158,7 @@ bool ReadTextPartHeader(MessageFile& file, qint64 pos, bool innermost, bool stop
             part->bodyStart = line.next;
             return true;
         }
+        part->attachment = part->attachment || MarksAttachment(line);
         if (line.StartsWith(kTransferEncoding.data(), true)) {
             QString v = line.Text().mid(kTransferEncoding.size());
             if (v.endsWith(QLatin1Char('\n')))
@@ -148,6 +178,7 @@ bool ReadTextPartHeader(MessageFile& file, qint64 pos, bool innermost, bool stop
                 part->bodyStart = line.next;
                 return true;
             }
+            part->attachment = part->attachment || MarksAttachment(line);
         }
         if (line.StartsWith("Content-Type:", true))
             part->sawContentType = true;
@@ -179,20 +210,32 @@ bool ReadTextPartHeader(MessageFile& file, qint64 pos, bool innermost, bool stop
     return false;
 }
 
+// Keeps the part when it comes before the one of its kind kept so far: the
+// body is the first text part in the file that is not an attachment. The
+// encoding kept is the one of the body the preview shows: the HTML part's
+// when there is one.
 void StoreTextPart(const TextPart& part, qint64 end, TextBodies* out) {
+    if (part.attachment)
+        return;
     if (part.kind == TextKind::Plain) {
+        if (out->hasPlain && out->plainStart <= part.bodyStart)
+            return;
         out->hasPlain = true;
         out->plainCharset = part.charset;
         out->plainStart = part.bodyStart;
         out->plainEnd = end;
+        out->plainEncoding = part.encoding;
     } else {
+        if (out->hasHtml && out->htmlStart <= part.bodyStart)
+            return;
         out->hasHtml = true;
         out->htmlCharset = part.charset;
         out->htmlStart = part.bodyStart;
         out->htmlEnd = end;
+        out->htmlEncoding = part.encoding;
     }
     out->hasEncoding = true;
-    out->encoding = part.encoding;
+    out->encoding = out->hasHtml ? out->htmlEncoding : out->plainEncoding;
 }
 
 } // namespace
@@ -329,6 +372,9 @@ TextBodies FindSinglePartBody(MessageFile& file) {
             return out;
         part.kind = TextKind::Plain;
     }
+    // A message of one part shows it, even when it is named like a file:
+    // there is nothing else to show.
+    part.attachment = false;
     StoreTextPart(part, qMax(part.bodyStart, file.MessageTextEnd()), &out);
     return out;
 }

@@ -26,11 +26,14 @@ QVector<BoundaryLevel> ScanBoundaries(MessageFile& file);
 struct TextBodies {
     bool hasPlain = false, hasHtml = false, hasEncoding = false;
     QByteArray plainCharset, htmlCharset, encoding; // Latin-1
+    QByteArray plainEncoding, htmlEncoding;
     qint64 plainStart = 0, plainEnd = 0, htmlStart = 0, htmlEnd = 0;
 };
 
-// Charset, transfer encoding and range of every text/plain and text/html
-// part of the levels; the last one of each kind in walk order wins.
+// Charset, transfer encoding and range of the first text/plain and the
+// first text/html part in the file that are not attachments (no file name,
+// no attachment disposition). `encoding` is the HTML part's when there is
+// one, else the plain part's.
 TextBodies FindTextBodies(MessageFile& file, const QVector<BoundaryLevel>& levels);
 // For a message without any boundary: the top-level body when the message is
 // text/plain, text/html or has no Content-Type at all.

@@ -179,14 +179,31 @@ private slots:
             QByteArray::number(text.size() + 1) + "\n" + text + "\n", "|-|", {"BODY", "$", "", ""});
         row("delimiter with trailing blank is no delimiter",
             QByteArray(text).replace("--b\n", "--b \n") + "\n--b--\n", "-|-|-", {"", "", "", ""});
-        row("last text part wins, encoding shared",
+        row("first text part of each kind, the html one's encoding",
             "Content-Type: multipart/mixed; boundary=b\n\n"
             "--b\nContent-Type: text/plain; charset=a\nContent-Transfer-Encoding: 7bit\n\nONE\n"
             "--b\nContent-Type: text/html; charset=h\nContent-Transfer-Encoding: base64\n\nH\n"
             "--b\nContent-Type: text/plain; charset=c\n"
             "Content-Transfer-Encoding: quoted-printable\n\nTWO\n--b--\n",
-            "c|h|quoted-printable",
-            {"TWO", "--b--", "H\n", "--b\nContent-Type: text/plain; charset=c"});
+            "a|h|base64",
+            {"ONE", "--b\nContent-Type: text/html", "H\n",
+             "--b\nContent-Type: text/plain; charset=c"});
+        // Text parts with a file name or an attachment disposition are
+        // attachments, never the body.
+        const QByteArray named =
+            "Content-Type: multipart/mixed; boundary=b\n\n"
+            "--b\nContent-Type: image/jpeg\n\nJPG\n"
+            "--b\nContent-Type: text/plain;\n\tname=\"open points.txt\"\n"
+            "X-Apple-Content-Length: 120\n\n\n"
+            "--b\nContent-Type: text/plain; charset=u\n"
+            "Content-Disposition: attachment\n\nNOTES\n"
+            "--b\nContent-Type: text/plain; charset=v\n"
+            "Content-Disposition: inline; filename*0*=utf-8''a.txt\n\nA\n--b--\n";
+        row("named text parts are attachments", named, "-|-|-", {"", "", "", ""});
+        row("the body after a named text part",
+            QByteArray(named).replace("--b--\n", "--b\nContent-Type: text/plain; charset=w; "
+                                                 "format=flowed\n\nBODY\n--b--\n"),
+            "w|-|", plain);
         const QByteArrayList toTrailer = {"BODY", "<?xml", "", ""};
         row("unclosed level ends at the trailer",
             "Content-Type: multipart/mixed; boundary=b\n\n--b\n"
