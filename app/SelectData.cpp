@@ -3,7 +3,17 @@
 #include "ui/PreviewWindow.h"
 #include "ui_BrowseWindow.h"
 
+#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
+#include <QSettings>
+
+namespace {
+
+// Where the store scanned last is remembered.
+const QString kLastStoreKey = QStringLiteral("SelectData/LastStore");
+
+} // namespace
 
 SelectData::SelectData(QWidget* parent) : QDialog(parent), ui(new Ui::BrowseWindow) {
     ui->setupUi(this);
@@ -36,27 +46,37 @@ void SelectData::ConnectSignals() {
 }
 
 void SelectData::DefaultDatabaseLocation() {
-    m_strInputfilepath = DefaultMailPathFor(pellomar::ConsoleUserName());
+    // The store scanned last, while it is there; else the user's Mail folder.
+    const QString last = QSettings().value(kLastStoreKey).toString();
+    m_strInputfilepath = !last.isEmpty() && QFileInfo(last).isDir()
+                             ? last
+                             : DefaultMailPathFor(pellomar::ConsoleUserName());
     ui->SelectPSTLEdit->setText(m_strInputfilepath);
     ui->StartButton->setEnabled(true);
 }
 
+QString SelectData::BrowseStart() const {
+    const QString shown = ui->SelectPSTLEdit->text();
+    return QFileInfo(shown).isDir() ? shown : QDir::homePath();
+}
+
 QString SelectData::AskForDirectory() {
-    return QFileDialog::getExistingDirectory(this, tr("Open Directory"), QStringLiteral("/root"),
+    return QFileDialog::getExistingDirectory(this, tr("Open Directory"), BrowseStart(),
                                              QFileDialog::ShowDirsOnly);
 }
 
 void SelectData::OpenFileDialog() {
-    m_strInputfilepath = AskForDirectory();
-    if (!m_strInputfilepath.isEmpty()) {
-        ui->StartButton->setEnabled(true);
-        ui->SelectPSTLEdit->setText(m_strInputfilepath);
-    } else {
-        DefaultDatabaseLocation();
-    }
+    // Cancelling the chooser leaves the folder shown as it was.
+    const QString chosen = AskForDirectory();
+    if (chosen.isEmpty())
+        return;
+    m_strInputfilepath = chosen;
+    ui->StartButton->setEnabled(true);
+    ui->SelectPSTLEdit->setText(m_strInputfilepath);
 }
 
 void SelectData::OnStartScan() {
+    QSettings().setValue(kLastStoreKey, m_strInputfilepath);
     hide();
     emit StartScanning();
 }

@@ -17,8 +17,12 @@ public:
 
     void init();
     void ConnectSignals();
-    // Proposes the console user's Apple Mail folder and enables Start.
+    // Proposes the store scanned last, while it is there, else the console
+    // user's Apple Mail folder, and enables Start.
     void DefaultDatabaseLocation();
+    // Where Browse starts: the folder shown, or the home folder when that
+    // does not exist.
+    QString BrowseStart() const;
 
     Ui::BrowseWindow* ui;
     // The store folder chosen.

@@ -17,7 +17,10 @@ int main(int argc, char** argv) {
     auto* window = new PreviewWindow(nullptr);
     window->setMinimumSize(1000, 520);
     window->setWindowTitle(QStringLiteral("Pellomar"));
-    SelectData select;
+    // The dialog belongs to the window: it is shown over it, and the window
+    // waits while it is open.
+    SelectData select(window);
+    select.setWindowModality(Qt::WindowModal);
     ConnectToWindow(&select, window);
     select.show();
     window->show();

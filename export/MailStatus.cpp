@@ -6,10 +6,10 @@
 namespace MailStatus {
 namespace {
 
-constexpr quint64 kRead = 1u << 0;
-constexpr quint64 kDeleted = 1u << 1;
-constexpr quint64 kAnswered = 1u << 2;
-constexpr quint64 kFlagged = 1u << 4;
+using emlx::kAnswered;
+using emlx::kDeleted;
+using emlx::kFlagged;
+using emlx::kRead;
 
 bool StartsWithNoCase(const char* text, int size, const char* prefix, int len) {
     return size >= len && qstrnicmp(text, prefix, uint(len)) == 0;

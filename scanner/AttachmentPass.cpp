@@ -212,6 +212,8 @@ QVector<FoundAttachment> FindAttachments(MessageFile& file, const QVector<Bounda
                     listed.insert(d.mark);
                 }
             }
+            // Mail kept the body apart and the store holds it in neither form.
+            a.missing = partial && h.detachedMark >= 0 && a.partFile.isEmpty();
             out.append(a);
         }
     }

@@ -50,7 +50,7 @@ void AnnounceItem(RunProgress& progress, FldrAtrib& folder, const QString& numbe
     const MailItem& item = folder.messages.back();
     const QString title = item.subject.isEmpty() ? QStringLiteral("Unknown") : item.subject;
     progress.NewItem(title, numberText, folder.ullId, folder.MsgCount(), item.HasAttachments(),
-                     item.iPriority, folder.iLabelState);
+                     item.iPriority, folder.iLabelState, SummaryOf(item));
     folder.iLabelState = 2;
 }
 
@@ -163,6 +163,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
         }
         item.path = line;
         item.ullNumber = MessageNumberValue(numberText);
+        item.readable = opened;
         for (QByteArray* text : {&item.plainCharset, &item.htmlCharset, &item.transferEncoding})
             pool.Share(*text);
         folder->messages.push_back(std::move(item));

@@ -9,6 +9,8 @@
 #include "scanner/Store.h"
 #include "scanner/TrailerFlags.h"
 
+#include <QFileInfo>
+
 namespace {
 
 // A text that was found, even when empty, is not null.
@@ -51,8 +53,12 @@ Analysis AnalyseMessageFile(MessageFile& file, const QString& path, const QStrin
 
     const QVector<FoundAttachment> attachments = FindAttachments(file, levels, path, partFiles);
     item->attachments.reserve(attachments.size());
-    for (const FoundAttachment& a : attachments)
-        item->attachments.append({a.start, a.end, a.name, a.partFile, a.decoded});
+    item->size = file.Size();
+    for (const FoundAttachment& a : attachments) {
+        item->attachments.append({a.start, a.end, a.name, a.partFile, a.decoded, a.missing});
+        if (!a.partFile.isEmpty())
+            item->size += QFileInfo(a.partFile).size();
+    }
 
     const HeaderFields h = ReadHeaderFields(file);
     item->to = h.to;
@@ -68,8 +74,12 @@ Analysis AnalyseMessageFile(MessageFile& file, const QString& path, const QStrin
     emlx::Line first;
     if (file.ReadLine(&first)) {
         const qint64 trailer = emlx::SatAdd(first.next, file.FirstLineCount());
-        if (trailer < file.Size())
-            item->flags = emlx::TrailerFlags(file.Data() + trailer, file.Size() - trailer);
+        if (trailer < file.Size()) {
+            const char* plist = file.Data() + trailer;
+            item->flags = emlx::TrailerFlags(plist, file.Size() - trailer);
+            item->dateReceived = qint64(
+                emlx::TrailerInteger(plist, file.Size() - trailer, "date-received").value_or(0));
+        }
     }
     file.Close();
     return Analysis::Message;

@@ -46,6 +46,7 @@ struct FoundAttachment {
     QString name;
     QString partFile;     // detached part file, or empty
     bool decoded = false; // partFile is a decoded file under Attachments, not an .emlxpart
+    bool missing = false; // a detached part whose body the store does not hold
 };
 
 // Attachments of all levels, innermost level first. For a partial message

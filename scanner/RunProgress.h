@@ -5,7 +5,21 @@
 // them over to its own thread itself, in that order. Every call has a
 // default that does nothing.
 
+#include <QByteArray>
+#include <QMetaType>
 #include <QString>
+
+#include <optional>
+
+// What a message list shows of a message besides its subject.
+struct MessageSummary {
+    QString from;
+    QByteArray date;         // the Date header, as the record has it
+    qint64 dateReceived = 0; // seconds since 1970; 0 when unknown
+    qint64 size = 0;
+    std::optional<quint64> flags; // Mail's read, answered, flagged ... state
+};
+Q_DECLARE_METATYPE(MessageSummary)
 
 class RunProgress {
 public:
@@ -36,7 +50,7 @@ public:
     // announced and 2 afterwards. `subject` is "Unknown" when it has none.
     virtual void NewItem(const QString& subject, const QString& number, unsigned long long folderId,
                          unsigned long long count, bool hasAttachments, int priority,
-                         int labelState) {
+                         int labelState, const MessageSummary& summary) {
         Q_UNUSED(subject);
         Q_UNUSED(number);
         Q_UNUSED(folderId);
@@ -44,5 +58,6 @@ public:
         Q_UNUSED(hasAttachments);
         Q_UNUSED(priority);
         Q_UNUSED(labelState);
+        Q_UNUSED(summary);
     }
 };

@@ -18,10 +18,10 @@ public:
     }
     void ClearLeftTree() override { emit m_thread.ClearLeftTree(); }
     void NewItem(const QString& subject, const QString& number, unsigned long long folderId,
-                 unsigned long long count, bool hasAttachments, int priority,
-                 int labelState) override {
+                 unsigned long long count, bool hasAttachments, int priority, int labelState,
+                 const MessageSummary& summary) override {
         emit m_thread.NewItem(subject, number, folderId, count, hasAttachments, priority,
-                              labelState);
+                              labelState, summary);
     }
 
 private:

@@ -63,7 +63,8 @@ public:
 
 signals:
     // What the job reports (RunProgress), emitted on the worker thread.
-    void NewItem(QString, QString, unsigned long long, unsigned long long, bool, int, int);
+    void NewItem(QString, QString, unsigned long long, unsigned long long, bool, int, int,
+                 MessageSummary);
     void NewFolder(unsigned long long, unsigned long long, QString);
     void ClearLeftTree();
     void CurrentValue();

@@ -5,6 +5,7 @@
 // file, never its bodies. A Store is a plain value: it owns everything in it
 // and goes as a whole; two stores share nothing.
 
+#include "scanner/RunProgress.h"
 #include "scanner/RunResult.h"
 
 #include <QByteArray>
@@ -25,6 +26,8 @@ struct AttachmentEntry {
     // partFile is Mail's decoded copy under Attachments, not an .emlxpart
     // file holding the encoded body.
     bool decoded = false;
+    // Mail kept the body apart and the store holds it in neither form.
+    bool missing = false;
 };
 
 // One message. A text that no pass found is null (QByteArray::isNull) or
@@ -42,13 +45,26 @@ struct MailItem {
     QString path;          // the message file
     quint64 ullNumber = 0; // message number (the file name up to its first ".")
     qint32 iPriority = 0;  // first digit of X-Priority, 0 when none
+    // False for the file a scan ended at because it could not be read: its
+    // record keeps its place (an export ends there too) but holds nothing.
+    bool readable = true;
     // The "flags" integer of Mail's property list after the message (read,
     // answered, flagged, deleted ...), when the file has one.
     std::optional<quint64> flags;
+    // When Mail received it (seconds since 1970, from the property list; 0
+    // when it has none), and its size: the file's bytes and those of the
+    // parts Mail keeps apart.
+    qint64 dateReceived = 0;
+    qint64 size = 0;
     QVector<AttachmentEntry> attachments;
 
     bool HasAttachments() const { return !attachments.isEmpty(); }
 };
+
+// What a message list shows of it besides the subject.
+inline MessageSummary SummaryOf(const MailItem& m) {
+    return {m.from, m.date, m.dateReceived, m.size, m.flags};
+}
 
 // Tick codes of a folder: what the user chose to export.
 enum TickCode : quint8 { kTickUnset = 0, kTicked = 1, kPartlyTicked = 2, kNotTicked = 3 };

@@ -20,18 +20,19 @@ const char* Find(const char* from, const char* end, const char* text) {
 }
 
 // Mail writes its trailer one way: the first dictionary holds a flat list of
-// keys and plain values. When "<key>flags</key>" comes before any other
+// keys and plain values. When "<key>NAME</key>" comes before any other
 // "<dict>" than the first and is followed by an integer, that is the answer;
 // anything else is left to the XML reader.
-std::optional<std::optional<quint64>> QuickFlags(const char* data, qint64 size) {
+std::optional<std::optional<quint64>> QuickInteger(const char* data, qint64 size,
+                                                   const QByteArray& keyElement) {
     const char* end = data + size;
-    const char* key = Find(data, end, "<key>flags</key>");
+    const char* key = Find(data, end, keyElement.constData());
     if (!key)
         return std::nullopt;
     const char* dict = Find(data, key, "<dict>");
     if (!dict || Find(dict + 6, key, "<dict>") || Find(dict + 6, key, "</dict>"))
         return std::nullopt;
-    const char* p = key + 16;
+    const char* p = key + keyElement.size();
     while (p < end && (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r'))
         ++p;
     if (end - p < 9 || memcmp(p, "<integer>", 9) != 0)
@@ -45,9 +46,9 @@ std::optional<std::optional<quint64>> QuickFlags(const char* data, qint64 size) 
 
 } // namespace
 
-std::optional<quint64> TrailerFlags(const char* data, qint64 size) {
+std::optional<quint64> TrailerInteger(const char* data, qint64 size, const char* name) {
     size = qBound<qint64>(0, size, kLongestTrailer);
-    if (const auto quick = QuickFlags(data, size))
+    if (const auto quick = QuickInteger(data, size, "<key>" + QByteArray(name) + "</key>"))
         return *quick;
     // Only the keys of the outermost dictionary count (depth 2: plist, dict).
     // The reading starts at the plist element: the prolog before it is not
@@ -56,7 +57,7 @@ std::optional<quint64> TrailerFlags(const char* data, qint64 size) {
     const int plist = trailer.indexOf("<plist");
     QXmlStreamReader xml(plist > 0 ? trailer.mid(plist) : QByteArray(data, int(size)));
     int depth = 0;
-    bool flagsKey = false;
+    bool ourKey = false;
     while (!xml.atEnd()) {
         const QXmlStreamReader::TokenType token = xml.readNext();
         if (token == QXmlStreamReader::EndElement) {
@@ -69,11 +70,11 @@ std::optional<quint64> TrailerFlags(const char* data, qint64 size) {
         if (depth != 3)
             continue;
         if (xml.name() == QLatin1String("key")) {
-            flagsKey = xml.readElementText() == QLatin1String("flags");
+            ourKey = xml.readElementText() == QLatin1String(name);
             --depth; // readElementText() consumed the end element
             continue;
         }
-        if (!flagsKey)
+        if (!ourKey)
             continue;
         if (xml.name() != QLatin1String("integer"))
             return std::nullopt;

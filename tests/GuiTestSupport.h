@@ -36,6 +36,7 @@ protected:
 struct SeenBox {
     QString title, text, informative, detailed;
     bool seen = false;
+    QWidget* parent = nullptr;
 };
 
 // Waits (up to about five seconds each) for the next `count` modal message
@@ -53,7 +54,8 @@ inline void AnswerBoxes(int count, QMessageBox::StandardButton button,
             return;
         }
         *tries = 0;
-        seen({box->windowTitle(), box->text(), box->informativeText(), box->detailedText(), true});
+        seen({box->windowTitle(), box->text(), box->informativeText(), box->detailedText(), true,
+              box->parentWidget()});
         if (--*left == 0) {
             timer->stop();
             timer->deleteLater();

@@ -43,7 +43,8 @@ public:
     }
     void ClearLeftTree() override { events += 'C'; }
     void NewItem(const QString&, const QString& number, unsigned long long folderId,
-                 unsigned long long count, bool, int, int labelState) override {
+                 unsigned long long count, bool, int, int labelState,
+                 const MessageSummary&) override {
         events += 'N';
         items << QStringLiteral("%1:%2:%3:%4")
                      .arg(names.value(folderId), number)

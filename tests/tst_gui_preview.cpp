@@ -200,15 +200,15 @@ private slots:
         QCOMPARE(TestSupport::ReadFile(dir.path() + "/decoded/0x y.bin"), bytes);
     }
 
-    // The dialog proposes the user's store; a cancelled chooser goes back to
-    // it, whatever was chosen before.
+    // The dialog proposes the user's store; a cancelled chooser leaves the
+    // folder shown as it was.
     void selectData_data() {
         QTest::addColumn<QStringList>("answers");
         QTest::addColumn<QString>("expected");
         const QString def = DefaultMailPathFor(pellomar::ConsoleUserName());
         QTest::newRow("proposed") << QStringList{} << def;
         QTest::newRow("chosen folder") << QStringList{"/data/Mail"} << "/data/Mail";
-        QTest::newRow("cancel after a choice") << QStringList{"/data/Mail", ""} << def;
+        QTest::newRow("cancel after a choice") << QStringList{"/data/Mail", ""} << "/data/Mail";
     }
     void selectData() {
         QFETCH(QStringList, answers);
@@ -234,6 +234,26 @@ private slots:
         QTest::mouseClick(dlg.ui->closeButton, Qt::LeftButton);
         QVERIFY(!dlg.isVisible());
         QCOMPARE(spy.count(), 1);
+    }
+
+    // The store scanned last is proposed next time, and Browse starts
+    // there, while it exists; then the user's store and the home folder.
+    void selectDataRemembersTheLastStore() {
+        QTemporaryDir store;
+        {
+            ScriptedSelectData dlg;
+            dlg.answer = store.path();
+            dlg.OpenFileDialog();
+            QTest::mouseClick(dlg.ui->StartButton, Qt::LeftButton);
+        }
+        ScriptedSelectData again;
+        QCOMPARE(again.ui->SelectPSTLEdit->text(), store.path());
+        QCOMPARE(again.BrowseStart(), store.path());
+        store.remove();
+        ScriptedSelectData gone;
+        const QString def = DefaultMailPathFor(pellomar::ConsoleUserName());
+        QCOMPARE(gone.m_strInputfilepath, def);
+        QCOMPARE(gone.BrowseStart(), QFileInfo(def).isDir() ? def : QDir::homePath());
     }
 };
 

@@ -14,6 +14,8 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QHeaderView>
+#include <QTextEdit>
 #include <QProgressBar>
 #include <QTemporaryDir>
 #include <QThread>
@@ -168,11 +170,105 @@ private slots:
         w->OnNewItem("Subject text", "1234", 502, 1, attachments, priority, 0);
         w->ShowPendingScanView();
         QTreeWidgetItem* row = w->m_pCenterTreeWidget->topLevelItem(0);
-        QCOMPARE(row->text(4), QStringLiteral("Subject text"));
-        QCOMPARE(row->text(5), QStringLiteral("1234"));
+        QCOMPARE(row->text(ColSubject), QStringLiteral("Subject text"));
+        QCOMPARE(row->text(ColNumber), QStringLiteral("1234"));
         QCOMPARE(!row->icon(1).isNull(), priorityIcon);
         QCOMPARE(!row->icon(3).isNull(), attachments);
         QVERIFY(!row->icon(2).isNull());
+    }
+
+    // The list shows the sender's name, the subject on one line, the date
+    // (received, else sent), the size and Mail's marks; a click on a column
+    // header sorts by it, a second click turns the order, and until the
+    // user sorts the rows keep the store's order.
+    void messageListColumnsAndSorting_data() {
+        QTest::addColumn<QList<int>>("clicks");
+        QTest::addColumn<QString>("order"); // subjects, top to bottom
+        QTest::newRow("store order") << QList<int>{} << "abc";
+        QTest::newRow("sender, ignoring case") << QList<int>{ColFrom} << "bca";
+        QTest::newRow("date") << QList<int>{ColDate} << "bca";
+        QTest::newRow("date, turned") << QList<int>{ColDate, ColDate} << "acb";
+        QTest::newRow("size") << QList<int>{ColSize} << "bac";
+        QTest::newRow("unread, then answered") << QList<int>{ColStatus} << "bac";
+        QTest::newRow("flagged first") << QList<int>{ColFlag} << "cab";
+        QTest::newRow("another column starts ascending")
+            << QList<int>{ColSize, ColSize, ColSubject} << "abc";
+    }
+    void messageListColumnsAndSorting() {
+        QFETCH(QList<int>, clicks);
+        QFETCH(QString, order);
+        Store store;
+        FldrAtrib* inbox = store.AddFolder(501, 502, "Inbox", FolderKind::Mailbox);
+        auto add = [&](const char* subject, const char* from, qint64 received, const char* date,
+                       qint64 size, quint64 flags) {
+            MailItem m;
+            m.subject = subject;
+            m.from = from;
+            m.dateReceived = received;
+            m.date = date;
+            m.size = size;
+            m.flags = flags;
+            inbox->messages.push_back(m);
+        };
+        add("a\n", "Zoe Nova <zoe@example.org>\n", 1600000000, "", 5000, 1 | 4);
+        add("b", "\"Adam\" <adam@example.org>", 650000000, "", 200, 0);
+        add("c", "mia@example.org", 0, "15 Jun 2001 10:00:00 AM", 90000, 1 | 16);
+        w->ShowStore(std::move(store));
+        w->ShowindivisualMailItemsInfo(w->FolderItem(502), 0);
+        QTreeWidget* list = w->m_pCenterTreeWidget;
+        auto row = [list](const char* subject) {
+            return list->findItems(subject, Qt::MatchExactly, ColSubject).value(0);
+        };
+        QVERIFY(row("a") && row("b") && row("c"));
+        QCOMPARE(row("a")->text(ColFrom), QStringLiteral("Zoe Nova"));
+        QCOMPARE(row("b")->text(ColFrom), QStringLiteral("Adam"));
+        QCOMPARE(row("c")->text(ColFrom), QStringLiteral("mia@example.org"));
+        QCOMPARE(row("a")->text(ColSize), QStringLiteral("5 kB"));
+        QCOMPARE(row("b")->text(ColSize), QStringLiteral("200 B"));
+        QCOMPARE(row("c")->text(ColDate), QStringLiteral("2001-06-15 10:00"));
+        QCOMPARE(row("a")->text(ColStatus), QStringLiteral("\u21A9"));
+        QCOMPARE(row("b")->text(ColStatus), QStringLiteral("\u25CF"));
+        QVERIFY(row("b")->font(ColSubject).bold() && !row("a")->font(ColSubject).bold());
+        QCOMPARE(row("c")->text(ColFlag), QStringLiteral("\u2691"));
+        QVERIFY(row("a")->text(ColFlag).isEmpty());
+        for (int column : clicks)
+            emit list->header()->sectionClicked(column);
+        QString shown;
+        for (int i = 0; i < list->topLevelItemCount(); ++i)
+            shown += list->topLevelItem(i)->text(ColSubject);
+        QCOMPARE(shown, order);
+        // The folder listed again keeps the order chosen.
+        w->ShowindivisualMailItemsInfo(w->FolderItem(502), 0);
+        QCOMPARE(list->topLevelItem(0)->text(ColSubject), order.left(1));
+    }
+
+    // Each header field is elided to its own width, as plain text, and again
+    // when the pane changes width.
+    void headerFieldsElideToTheirWidth() {
+        Store store;
+        FldrAtrib* inbox = store.AddFolder(501, 502, "Inbox", FolderKind::Mailbox);
+        MailItem m;
+        m.from = "Anna Lindqvist-Okafor <anna.lindqvist-okafor@a-rather-long-domain.example.org>";
+        m.to = "Tom <tom@example.org>";
+        m.subject = QString(200, QLatin1Char('s'));
+        inbox->messages.push_back(m);
+        w->resize(1200, 700);
+        w->show();
+        w->ShowStore(std::move(store));
+        w->m_pLeftTreeWidget->setCurrentItem(w->FolderItem(502));
+        w->ShowindivisualMailItemsInfo(w->FolderItem(502), 0);
+        Ui::TextBrowserDlg* f = w->m_pTextBrowser->ui;
+        auto fits = [](QTextEdit* field) {
+            return field->fontMetrics().horizontalAdvance(field->toPlainText()) <
+                   field->viewport()->width();
+        };
+        QTRY_VERIFY(fits(f->fromBrowser) && fits(f->subjBrowser));
+        QCOMPARE(f->toBrowser->toPlainText(), QStringLiteral("To: Tom <tom@example.org>"));
+        const int wide = f->subjBrowser->toPlainText().size();
+        QVERIFY(f->subjBrowser->toPlainText().endsWith(QChar(0x2026)));
+        w->resize(1000, 700);
+        QTRY_VERIFY(f->subjBrowser->toPlainText().size() < wide);
+        QVERIFY(fits(f->subjBrowser) && fits(f->fromBrowser));
     }
 
     // A folder's messages are listed from the store; the message shown is
@@ -196,8 +292,10 @@ private slots:
             m.ullNumber = 7; // the same number three times
             m.subject = QStringLiteral("Message %1").arg(i);
             m.path = file;
-            if (i == 2)
-                m.attachments.append({body, body + 5, "a.png", QString(), false});
+            if (i == 2) {
+                m.attachments.append({body, body + 5, "a.png", QString(), false, false});
+                m.attachments.append({body, body, "gone.pdf", QString(), false, true});
+            }
             inbox->messages.push_back(m);
         }
         w->ShowStore(std::move(store));
@@ -209,7 +307,10 @@ private slots:
         w->m_pCenterTreeWidget->setCurrentItem(w->m_pCenterTreeWidget->topLevelItem(1));
         QCOMPARE(w->m_strFullSubject, QStringLiteral("Message 2"));
         QComboBox* box = w->m_pTextBrowser->ui->comBoxAttch;
-        QCOMPARE(box->count(), 2);
+        QCOMPARE(box->count(), 3);
+        // A part the store does not hold is there, marked, not to be chosen.
+        QCOMPARE(box->itemText(2), QStringLiteral("gone.pdf (not in the store)"));
+        QVERIFY(!(box->model()->flags(box->model()->index(2, 0)) & Qt::ItemIsEnabled));
 
         // The window's own folder, that no one else may enter, holds the
         // empty page and the decoded attachment; another window has another.
@@ -228,6 +329,8 @@ private slots:
         QCOMPARE(w->opened, QStringList{decoded});
         QTRY_VERIFY(seen->seen);
         QCOMPARE(seen->text, QStringLiteral("Unknown file format."));
+        QCOMPARE(seen->informative,
+                 QStringLiteral("No application on this computer opens \"a.png\"."));
 
         // The next message takes the attachments of this one away.
         w->m_pCenterTreeWidget->setCurrentItem(w->m_pCenterTreeWidget->topLevelItem(2));

@@ -14,6 +14,8 @@
 // than a hundred messages. A folder's item is made when the folder joins the
 // tree, on the window's thread.
 
+#include "scanner/RunProgress.h"
+
 #include <QHash>
 #include <QMutex>
 #include <QString>
@@ -27,15 +29,37 @@ class QProgressBar;
 class QTreeWidget;
 class QTreeWidgetItem;
 
-// Message list columns.
+// Message list columns. They are shown in the order: priority, mail,
+// read or answered, flagged, attachment, sender, subject, date, size.
 enum MessageListColumn {
     ColSizeHint = 0,
     ColPriority = 1,
     ColType = 2,
     ColAttachment = 3,
     ColSubject = 4,
-    ColNumber = 5
+    ColNumber = 5,
+    ColFrom = 6,
+    ColDate = 7,
+    ColSize = 8,
+    ColStatus = 9, // unread or answered
+    ColFlag = 10,
+    MessageColumns = 11
 };
+
+// Sets up the message list's columns (headers, widths, order) and sorting:
+// a click on a column header sorts by that column, a second click turns the
+// order; until then the rows stay in the order they were added.
+void SetUpMessageList(QTreeWidget* list);
+// Sorts the rows again as the user last chose, if they chose.
+void SortAsChosen(QTreeWidget* list);
+
+// The sender as a list shows it: the name of "Name <address>", else the
+// address.
+QString SenderName(const QString& from);
+// A message size as the list shows it: "986 B", "12 kB", "3 MB".
+QString SizeText(qint64 bytes);
+// A text on one line: line breaks removed.
+QString OneLine(QString text);
 
 // The font of the items of both lists ("Lucida Grande" 11 point), made once.
 const QFont& ItemFont();
@@ -44,11 +68,12 @@ const QFont& ItemFont();
 enum class ListIconKind { Priority, Mail, Attachment, Folder };
 const QIcon& ListIcon(ListIconKind kind);
 
-// A message list row, not yet in a list: font and size hint on columns 0
-// to 4, the icons, the subject and the message number. The row keeps the
-// message's place in its folder (from 0) as the number column's user data.
+// A message list row, not yet in a list: font and size hint on every
+// column, the icons and marks, sender, subject, date, size and the message
+// number. The row keeps the message's place in its folder (from 0) as the
+// number column's user data.
 QTreeWidgetItem* NewMessageRow(const QString& subject, const QString& number, bool hasAttachments,
-                               int priority, int index);
+                               int priority, int index, const MessageSummary& summary);
 // The place in its folder of the message a row shows, or -1.
 int MessageIndexOf(const QTreeWidgetItem* row);
 
@@ -74,7 +99,8 @@ public:
     // One announced message: its row, its folder made current and labelled
     // with `count`.
     bool AddMessage(unsigned long long folderId, const QString& subject, const QString& number,
-                    unsigned long long count, bool hasAttachments, int priority, int labelState);
+                    unsigned long long count, bool hasAttachments, int priority, int labelState,
+                    const MessageSummary& summary);
     // The message list is to be emptied; rows waiting for it go too.
     bool ClearList();
     // One step of the progress bar.
@@ -101,6 +127,7 @@ private:
         bool hasAttachments;
         int priority;
         int index;
+        MessageSummary summary;
     };
     struct Folder {
         unsigned long long parentId;

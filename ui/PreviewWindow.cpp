@@ -29,6 +29,7 @@
 #include <QProgressBar>
 #include <QScreen>
 #include <QSplitter>
+#include <QStandardItemModel>
 #include <QSysInfo>
 #include <QTextEdit>
 #include <QTimer>
@@ -44,11 +45,12 @@ namespace {
 // How long the scan's announcements may wait before they are shown, in ms.
 constexpr int kPendingScanInterval = 200;
 
-void ShowElided(QTextEdit* field, const QString& fullText, const QFontMetrics& metrics, int width) {
-    QString text = fullText;
-    text.remove(QLatin1Char('\n'));
-    field->clear();
-    field->append(metrics.elidedText(text, Qt::ElideRight, width));
+// A header text on one line, elided to the width of its own field. The text
+// is plain: an address in angle brackets is not markup.
+void ShowElided(QTextEdit* field, const QString& fullText) {
+    const int room = field->viewport()->width() - 2 * int(field->document()->documentMargin()) - 1;
+    field->setPlainText(
+        field->fontMetrics().elidedText(OneLine(fullText), Qt::ElideRight, qMax(0, room)));
     field->moveCursor(QTextCursor::Start);
     field->ensureCursorVisible();
 }
@@ -90,8 +92,11 @@ PreviewWindow::PreviewWindow(QWidget* parent)
     OnInitialize();
     CreateLeftDockWindows();
     const QRect desktop = QGuiApplication::primaryScreen()->availableGeometry();
-    move(desktop.x() + (desktop.width() - width()) / 2 - 100,
-         desktop.y() + (desktop.height() - height()) / 2 - 50);
+    // Room for a folder tree, a list with sender, subject and date, and a
+    // preview, on screens that have it.
+    resize(qMin(1280, desktop.width() * 9 / 10), qMin(800, desktop.height() * 9 / 10));
+    move(desktop.x() + qMax(0, (desktop.width() - width()) / 2),
+         desktop.y() + qMax(0, (desktop.height() - height()) / 2));
     ConnectSignals();
     setUnifiedTitleAndToolBarOnMac(true);
     setContextMenuPolicy(Qt::NoContextMenu);
@@ -131,10 +136,10 @@ void PreviewWindow::CreateMenu() {
     };
     m_pOpenFileMenu = makeAction(QStringLiteral("Open File"), &PreviewWindow::OnOpenFile,
                                  QStringLiteral("Open File"));
-    m_pOpenFileMenu->setShortcut(QKeySequence(QStringLiteral("Ctrl+N")));
+    m_pOpenFileMenu->setShortcuts({QKeySequence(QStringLiteral("Ctrl+N")), QKeySequence::Open});
     m_pSaveFileMenu = makeAction(QStringLiteral("Save File"), &PreviewWindow::OnSavingFiles,
                                  QStringLiteral("Save File"));
-    m_pSaveFileMenu->setShortcut(QKeySequence(QStringLiteral("Ctrl+S")));
+    m_pSaveFileMenu->setShortcuts({QKeySequence(QStringLiteral("Ctrl+S")), QKeySequence::Save});
     m_pSaveFileMenu->setEnabled(false);
     m_pOpenFile =
         makeAction(QStringLiteral("Open"), &PreviewWindow::OnOpenFile, QStringLiteral("Open"));
@@ -147,6 +152,11 @@ void PreviewWindow::CreateMenu() {
         makeAction(QStringLiteral("Help"), &PreviewWindow::OpenHelp, QStringLiteral("Help"));
     m_pHelpFile->setIcon(QIcon(QStringLiteral(":/images/img_HelpFile.png")));
     m_pHelpTopics = makeAction(QStringLiteral("&Help Topics..."), &PreviewWindow::OpenHelp);
+    m_pHelpTopics->setShortcut(QKeySequence::HelpContents);
+    m_pQuit = new QAction(QStringLiteral("&Quit"), this);
+    m_pQuit->setShortcut(QKeySequence::Quit);
+    m_pQuit->setMenuRole(QAction::QuitRole);
+    connect(m_pQuit, &QAction::triggered, this, &QWidget::close);
     m_pAbout = makeAction(QStringLiteral("&About Pellomar"), &PreviewWindow::OpenAboutProduct);
     m_pAbout->setMenuRole(QAction::AboutRole);
     m_pEmailSupport =
@@ -167,6 +177,8 @@ void PreviewWindow::CreateMenuBar() {
     m_pFileMenu->addAction(m_pOpenFileMenu);
     m_pFileMenu->addAction(m_pSaveFileMenu);
     m_pExportOptions = new ExportOptions(m_pFileMenu, this);
+    m_pFileMenu->addSeparator();
+    m_pFileMenu->addAction(m_pQuit);
     m_pHelpMenu = menuBar->addMenu(QStringLiteral("&Help"));
     m_pHelpMenu->addAction(m_pHelpTopics);
     m_pHelpMenu->addSeparator();
@@ -225,27 +237,8 @@ void PreviewWindow::CreateLeftDockWindows() {
     m_pLeftTreeWidget->setHeaderHidden(true);
 
     m_pCenterTreeWidget->setHeaderLabel(QString());
-    m_pCenterTreeWidget->setColumnCount(6);
-    QTreeWidgetItem* header = m_pCenterTreeWidget->headerItem();
-    header->setSizeHint(ColSizeHint, QSize(20, 20));
-    header->setIcon(ColPriority, QIcon(QStringLiteral(":/images/img_Priority.png")));
-    header->setToolTip(ColPriority, QStringLiteral("Priority"));
-    header->setIcon(ColType, QIcon(QStringLiteral(":/images/img_FileType.png")));
-    header->setToolTip(ColType, QStringLiteral("Message"));
-    header->setIcon(ColAttachment, QIcon(QStringLiteral(":/images/img_Attachment.png")));
-    header->setToolTip(ColAttachment, QStringLiteral("Attachment"));
-    for (int c = ColSizeHint; c <= ColNumber; ++c)
-        header->setText(c, QString());
-    header->setText(ColSubject, QStringLiteral("Subject"));
-    for (int c : {ColPriority, ColType, ColAttachment}) {
-        m_pCenterTreeWidget->header()->setSectionResizeMode(c, QHeaderView::Fixed);
-        m_pCenterTreeWidget->header()->resizeSection(c, 24);
-    }
-    m_pCenterTreeWidget->setColumnHidden(ColSizeHint, true);
-    m_pCenterTreeWidget->setColumnHidden(ColNumber, true);
+    SetUpMessageList(m_pCenterTreeWidget);
     m_pCenterTreeWidget->setAlternatingRowColors(true);
-    m_pCenterTreeWidget->header()->setSectionsMovable(false);
-    m_pCenterTreeWidget->setSortingEnabled(false);
     m_pCenterTreeWidget->setRootIsDecorated(false);
     // Every row has the same font and size hint; the list need not measure
     // each one.
@@ -259,6 +252,8 @@ void PreviewWindow::CreateLeftDockWindows() {
     innerSplitter->addWidget(m_pTextBrowser);
     innerSplitter->setStretchFactor(1, 1);
     innerSplitter->setChildrenCollapsible(false);
+    // Room for the sender, subject and date of a message beside the preview.
+    innerSplitter->setSizes({640, 400});
     m_pTextBrowser->show();
     auto* outerSplitter = new QSplitter(Qt::Horizontal);
     outerSplitter->addWidget(m_pLeftTreeWidget);
@@ -303,6 +298,10 @@ void PreviewWindow::ConnectSignals() {
     connect(m_pScaningThread, &QThread::finished, this, &PreviewWindow::OnThreadFinished);
     connect(m_pTextBrowser->ui->comBoxAttch, QOverload<int>::of(&QComboBox::activated), this,
             &PreviewWindow::OnIndexChange);
+    for (QWidget* field : {static_cast<QWidget*>(m_pTextBrowser->ui->fromBrowser),
+                           static_cast<QWidget*>(m_pTextBrowser->ui->toBrowser),
+                           static_cast<QWidget*>(m_pTextBrowser->ui->subjBrowser)})
+        field->installEventFilter(this);
 }
 
 // ---- folders and messages --------------------------------------------------
@@ -352,9 +351,9 @@ void PreviewWindow::OnClearLeftTree() {
 
 void PreviewWindow::OnNewItem(QString subject, QString number, unsigned long long folderId,
                               unsigned long long count, bool hasAttachments, int priority,
-                              int labelState) {
+                              int labelState, MessageSummary summary) {
     if (m_pendingScanView.AddMessage(folderId, subject, number, count, hasAttachments, priority,
-                                     labelState))
+                                     labelState, summary))
         SchedulePendingScanView();
 }
 
@@ -393,10 +392,14 @@ void PreviewWindow::ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int) {
     rows.reserve(int(folder->messages.size()));
     for (size_t i = 0; i < folder->messages.size(); ++i) {
         const MailItem& m = folder->messages[i];
+        // The file a scan ended at holds nothing to show.
+        if (!m.readable)
+            continue;
         rows.append(NewMessageRow(m.subject, QString::number(m.ullNumber), m.HasAttachments(),
-                                  m.iPriority, int(i)));
+                                  m.iPriority, int(i), SummaryOf(m)));
     }
     m_pCenterTreeWidget->addTopLevelItems(rows);
+    SortAsChosen(m_pCenterTreeWidget);
     // The first message is selected and shown.
     QTreeWidgetItem* row = m_pCenterTreeWidget->topLevelItem(0);
     const QSignalBlocker block(m_pCenterTreeWidget);
@@ -510,22 +513,12 @@ void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
         return;
     const MailItem& mail = folder->messages[size_t(index)];
     Ui::TextBrowserDlg* f = m_pTextBrowser->ui;
-    const QFontMetrics metrics(f->subjBrowser->font());
-    const int width = f->subjBrowser->width();
-    if (!mail.from.isEmpty()) {
-        m_strFullFrom = mail.from;
-        ShowElided(f->fromBrowser, m_strFullFrom, metrics, width);
-    }
-    if (!mail.to.isEmpty()) {
-        m_strFullTo = QStringLiteral("To: ") + mail.to;
-        ShowElided(f->toBrowser, m_strFullTo, metrics, width);
-    }
-    if (!mail.subject.isEmpty()) {
-        m_strFullSubject = mail.subject;
-        ShowElided(f->subjBrowser, m_strFullSubject, metrics, width);
-    }
+    m_strFullFrom = mail.from;
+    m_strFullTo = mail.to.isEmpty() ? QString() : QStringLiteral("To: ") + mail.to;
+    m_strFullSubject = mail.subject;
+    ReElideHeaderFields();
     if (!mail.date.isNull())
-        f->dateBrowser->setText(QString::fromLatin1(mail.date));
+        f->dateBrowser->setPlainText(QString::fromLatin1(mail.date));
 
     // The HTML body when there is one, otherwise the plain one.
     if (mail.llHtmlStart && mail.llHtmlEnd) {
@@ -544,12 +537,21 @@ void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
     }
     f->comBoxAttch->addItem(QStringLiteral("Attachment List"));
     f->comBoxAttch->show();
-    for (const AttachmentEntry& a : mail.attachments)
-        f->comBoxAttch->addItem(ListIcon(ListIconKind::Attachment), a.name);
+    auto* model = qobject_cast<QStandardItemModel*>(f->comBoxAttch->model());
+    for (const AttachmentEntry& a : mail.attachments) {
+        if (!a.missing) {
+            f->comBoxAttch->addItem(ListIcon(ListIconKind::Attachment), a.name);
+            continue;
+        }
+        // Nothing to open: shown, marked, and not to be chosen.
+        f->comBoxAttch->addItem(a.name + QStringLiteral(" (not in the store)"));
+        if (QStandardItem* entry = model ? model->item(f->comBoxAttch->count() - 1) : nullptr) {
+            entry->setEnabled(false);
+            entry->setToolTip(QStringLiteral("Apple Mail kept this attachment apart from the "
+                                             "message, and its file is not in the mail folder."));
+        }
+    }
     m_attachmentFiles = WriteAttachments(mail, AttachmentFolder());
-    // Showing the attachment list narrows the header fields: elide again
-    // once the layout has settled.
-    QTimer::singleShot(0, this, &PreviewWindow::ReElideHeaderFields);
 }
 
 bool PreviewWindow::OpenWithApplication(const QString& file) {
@@ -559,11 +561,24 @@ bool PreviewWindow::OpenWithApplication(const QString& file) {
 void PreviewWindow::OnIndexChange(int index) {
     if (index <= 0 || index > m_attachmentFiles.size())
         return;
+    const QString name = m_pTextBrowser->ui->comBoxAttch->itemText(index);
     const QString file = AttachmentFolder() + QLatin1Char('/') + m_attachmentFiles.at(index - 1);
-    // The copy could not be written, or no application takes it.
-    if (!QFileInfo(file).isFile() || !OpenWithApplication(file))
-        QMessageBox::information(this, QStringLiteral("Pellomar"),
-                                 QStringLiteral("Unknown file format."), QMessageBox::Ok);
+    if (!QFileInfo(file).isFile()) {
+        QMessageBox::warning(
+            this, QStringLiteral("Pellomar"),
+            QStringLiteral("The attachment \"") + name +
+                QStringLiteral("\" could not be written to the preview's folder:\n") +
+                AttachmentFolder(),
+            QMessageBox::Ok);
+        return;
+    }
+    if (!OpenWithApplication(file)) {
+        QMessageBox box(QMessageBox::Information, QStringLiteral("Pellomar"),
+                        QStringLiteral("Unknown file format."), QMessageBox::Ok, this);
+        box.setInformativeText(QStringLiteral("No application on this computer opens \"") + name +
+                               QStringLiteral("\"."));
+        box.exec();
+    }
 }
 
 // ---- scan, save, progress ------------------------------------------------
@@ -661,40 +676,31 @@ void PreviewWindow::OnFinishScaning() {
     if (m_pProgressInfo)
         m_pProgressInfo->hide();
     if (!IsPreview) {
-        m_store.MarkDirToRootCheckedOrUnchecked(kNotTicked);
-        SetRecoverSelectedState();
+        // The ticks, the folder and the message shown stay as they were: the
+        // user may save the same folders again, or add to them.
         IsPreview = true;
         const RunResult& result = m_exportRun->result;
-        const VerifyResult* verification =
-            m_exportRun->verified ? &m_exportRun->verification : nullptr;
-        // A package that could not be made has nothing to import.
-        if (result.ending != RunResult::Ending::Failed) {
-            QString text = QStringLiteral("\nFile saved successfully at location ") +
-                           m_exportRun->Job().Package();
-            if (result.HasLosses())
-                text += QLatin1Char('\n') + LossSummaryLine(result);
-            if (verification)
-                text += QLatin1Char('\n') + VerificationLine(*verification);
-            QImportWindow::Open(text, m_resources);
+        // A package that could not be made or written has nothing to import.
+        if (result.ending == RunResult::Ending::Failed) {
+            ShowSaveFailure(this, result);
+            return;
         }
-        ShowLossWarning(this, result, true, verification);
+        const EndOfSave end =
+            DescribeSave(result, m_exportRun->verified ? &m_exportRun->verification : nullptr,
+                         m_exportRun->Job().Package());
+        QImportWindow::Open(end.text, m_resources, this, end.details);
         return;
     }
     AdoptScannedStore();
     if (m_store.IsConverted) {
-        QMessageBox::information(nullptr, QStringLiteral("Vortiga"),
-                                 QStringLiteral("File scan completed successfully."));
         m_pCenterTreeWidget->clear();
         ShowLastFolder();
     } else {
-        QMessageBox::information(
-            nullptr, QString(),
-            QStringLiteral("Scanned file is either an invalid file or heavily damaged."));
         SetFileActionsEnabled(true, false);
     }
-    ShowLossWarning(this, m_store.result, false);
     if (m_pProgressInfo)
         m_pProgressInfo->m_pMovie->stop();
+    ShowEndOfScan(this, m_store.result, m_store.IsConverted);
 }
 
 void PreviewWindow::OnAbortSettings() {
@@ -813,11 +819,18 @@ void PreviewWindow::resizeEvent(QResizeEvent* event) {
 
 void PreviewWindow::ReElideHeaderFields() {
     Ui::TextBrowserDlg* f = m_pTextBrowser->ui;
-    const QFontMetrics metrics(font());
     if (!m_strFullSubject.isEmpty())
-        ShowElided(f->subjBrowser, m_strFullSubject, metrics, f->subjBrowser->width() - 1);
+        ShowElided(f->subjBrowser, m_strFullSubject);
     if (!m_strFullFrom.isEmpty())
-        ShowElided(f->fromBrowser, m_strFullFrom, metrics, f->fromBrowser->width() - 1);
+        ShowElided(f->fromBrowser, m_strFullFrom);
     if (!m_strFullTo.isEmpty())
-        ShowElided(f->toBrowser, m_strFullTo, metrics, f->toBrowser->width() - 1);
+        ShowElided(f->toBrowser, m_strFullTo);
+}
+
+bool PreviewWindow::eventFilter(QObject* watched, QEvent* event) {
+    // A field that changes width (the window or a splitter moved) shows
+    // its text elided anew.
+    if (event->type() == QEvent::Resize)
+        ReElideHeaderFields();
+    return QMainWindow::eventFilter(watched, event);
 }

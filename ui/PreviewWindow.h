@@ -81,6 +81,7 @@ public:
     QAction* m_pSaveFile = nullptr;     // "Save" (tool bar)
     QAction* m_pHelpFile = nullptr;     // "Help" (tool bar)
     QAction* m_pHelpTopics = nullptr;
+    QAction* m_pQuit = nullptr; // "Quit", which closes the window as its close box does
     QAction* m_pAbout = nullptr;
     QAction* m_pEmailSupport = nullptr;
     QAction* m_pSupportSection = nullptr;
@@ -128,7 +129,8 @@ public slots:
     void LeftTreeView(unsigned long long parentId, unsigned long long id, QString name);
     void OnClearLeftTree();
     void OnNewItem(QString subject, QString number, unsigned long long folderId,
-                   unsigned long long count, bool hasAttachments, int priority, int labelState);
+                   unsigned long long count, bool hasAttachments, int priority, int labelState,
+                   MessageSummary summary = MessageSummary());
     void ShowindivisualMailItemsInfo(QTreeWidgetItem* item, int column);
     void OnMessageSubjectChanged();
     void OnMessageSubjectClicked(QTreeWidgetItem* item, int column);
@@ -156,6 +158,7 @@ protected:
     virtual bool OpenWithApplication(const QString& file);
     void closeEvent(QCloseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void OnInitialize();

@@ -47,20 +47,16 @@ void QProgressInfo::OnStop() {
     if (!m_pWindow->IsPreview) {
         emit EnableToOpenFind();
         m_pWindow->IsPreview = true;
-        // Names the store folder (not the package) as the partial result.
-        const ExportJob& job = m_pWindow->m_exportRun->Job();
-        QString store = QFileInfo(job.m_strInputfilepath).fileName();
-        store.remove(QStringLiteral(".pst"));
+        // The package that holds the messages written so far.
         m_pImportWindow = QImportWindow::Open(
-            QStringLiteral("\nProcess aborted. File saved partially at location ") + job.saveDir +
-                QStringLiteral("/") + store + QStringLiteral("_") + job.strTime +
-                QStringLiteral(".rge"),
-            m_pWindow->m_resources);
+            QStringLiteral("\nProcess aborted. File saved partially at location ") +
+                m_pWindow->m_exportRun->Job().Package(),
+            m_pWindow->m_resources, m_pWindow);
     } else {
         m_pWindow->ShowPendingScanView();
         if (m_pWindow->FolderItem(llRootId))
             emit DisableToSave();
-        QMessageBox::information(nullptr, QStringLiteral("Vortiga"),
+        QMessageBox::information(m_pWindow, QStringLiteral("Vortiga"),
                                  QStringLiteral("Process aborted."));
         m_pMovie->stop();
         emit EnableToOpenFind();

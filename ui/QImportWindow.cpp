@@ -13,12 +13,19 @@ QImportWindow::~QImportWindow() {
     delete ui;
 }
 
-QImportWindow* QImportWindow::Open(const QString& text, const ResourcePaths& resources) {
-    auto* dlg = new QImportWindow;
+QImportWindow* QImportWindow::Open(const QString& text, const ResourcePaths& resources,
+                                   QWidget* parent, const QString& details) {
+    auto* dlg = new QImportWindow(parent);
     dlg->m_resources = resources;
     connect(dlg->ui->OKButton, &QPushButton::clicked, dlg, &QImportWindow::HideDlg);
     dlg->HTImport();
+    dlg->ui->DetailsText->setPlainText(details);
+    dlg->ui->DetailsText->setVisible(!details.isEmpty());
+    if (!details.isEmpty())
+        dlg->resize(dlg->width(), dlg->height() + 160);
     dlg->show();
+    dlg->raise();
+    dlg->activateWindow();
     dlg->ui->InfoLabels->setText(text);
     return dlg;
 }

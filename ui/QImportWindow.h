@@ -16,9 +16,11 @@ public:
     explicit QImportWindow(QWidget* parent = nullptr);
     ~QImportWindow() override;
 
-    // Creates the dialog, shows it and puts the text into "InfoLabels"; the
-    // help link comes from `resources`.
-    static QImportWindow* Open(const QString& text, const ResourcePaths& resources);
+    // Creates the dialog over `parent` (in front of it), shows it and puts
+    // the text into "InfoLabels" and `details`, when there are any, below
+    // it; the help link comes from `resources`.
+    static QImportWindow* Open(const QString& text, const ResourcePaths& resources, QWidget* parent,
+                               const QString& details = QString());
 
     void HTImport();
     void BrowserForImport(QString link);

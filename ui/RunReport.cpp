@@ -95,44 +95,95 @@ QString VerificationDetails(const VerifyResult& v) {
     return lines.join(QLatin1Char('\n'));
 }
 
-void ShowLossWarning(QWidget* parent, const RunResult& r, bool save, const VerifyResult* v) {
-    const char* done = save ? "written" : "scanned";
-    QString text, info;
-    if (r.ending == RunResult::Ending::Failed) {
-        text = QStringLiteral("The ") + QLatin1String(save ? "save" : "scan") +
-               QStringLiteral(" stopped at:\n") + r.file + QStringLiteral("\n(") + r.reason +
-               QStringLiteral(")\n\n") + Count(r.notDone, "message was", "messages were") +
-               QStringLiteral(" not ") + QLatin1String(done) + QLatin1Char('.');
-    } else if (r.EndedAtFile()) {
-        text = QStringLiteral("The ") + QLatin1String(save ? "save" : "scan") +
-               QStringLiteral(" ended at a file that could not be read:\n") + r.file +
-               QStringLiteral("\n(") + r.reason + QStringLiteral(")\n\n") +
-               Count(r.notDone, "message was", "messages were") + QStringLiteral(" not ") +
-               QLatin1String(done) + QLatin1Char('.');
-        info = QLatin1String(kHowToSkip);
-    } else if (!r.skipped.isEmpty()) {
-        text = Count(quint64(r.skipped.size()), "file", "files") +
-               QStringLiteral(" could not be read and ") +
-               QLatin1String(r.skipped.size() == 1 ? "was" : "were") +
-               QStringLiteral(" skipped; the details list them.");
-    } else if (save && r.HasLosses()) {
-        text = LossSummaryLine(r);
-    } else if (!v || v->Faultless()) {
-        return;
-    }
-    if (v && !v->Faultless())
-        text += (text.isEmpty() ? QString() : QStringLiteral("\n\n")) +
-                QStringLiteral("The verification of the package found ") +
-                Count(v->faults, "fault", "faults") +
-                QStringLiteral(": messages that are not in the package as the store holds "
-                               "them. The details name them.");
-    QMessageBox box(QMessageBox::Warning, QStringLiteral("Pellomar"), text, QMessageBox::Ok,
-                    parent);
+namespace {
+
+QString EndedAtText(const RunResult& r, const char* run, const char* done) {
+    return QStringLiteral("The ") + QLatin1String(run) +
+           QLatin1String(r.ending == RunResult::Ending::Failed
+                             ? " stopped at:\n"
+                             : " ended at a file that could not be read:\n") +
+           r.file + QStringLiteral("\n(") + r.reason + QStringLiteral(")\n\n") +
+           Count(r.notDone, "message was", "messages were") + QStringLiteral(" not ") +
+           QLatin1String(done) + QLatin1Char('.');
+}
+
+void Show(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QString& text,
+          const QString& info, const QString& details) {
+    QMessageBox box(icon, title, text, QMessageBox::Ok, parent);
     if (!info.isEmpty())
         box.setInformativeText(info);
-    QString details = LossDetails(r);
-    if (v)
-        details += (details.isEmpty() ? QString() : QStringLiteral("\n")) + VerificationDetails(*v);
-    box.setDetailedText(details);
+    if (!details.isEmpty())
+        box.setDetailedText(details);
+    box.raise();
     box.exec();
+}
+
+} // namespace
+
+void ShowSaveFailure(QWidget* parent, const RunResult& r) {
+    Show(parent, QMessageBox::Warning, QStringLiteral("Pellomar"),
+         EndedAtText(r, "save", "written"), QString(), LossDetails(r));
+}
+
+void ShowEndOfScan(QWidget* window, const RunResult& r, bool foundMessages) {
+    const QString details = LossDetails(r);
+    if (r.EndedAtFile()) {
+        Show(window, QMessageBox::Warning, QStringLiteral("Pellomar"),
+             EndedAtText(r, "scan", "scanned") +
+                 QLatin1String(foundMessages ? "\nWhat was found before it is shown and can be "
+                                               "saved."
+                                             : ""),
+             QLatin1String(kHowToSkip), details);
+    } else if (!foundMessages) {
+        Show(window, QMessageBox::Information, QString(),
+             QStringLiteral("Scanned file is either an invalid file or heavily damaged."),
+             QString(), details);
+    } else if (!r.skipped.isEmpty()) {
+        Show(window, QMessageBox::Warning, QStringLiteral("Vortiga"),
+             QStringLiteral("File scan completed, but ") +
+                 Count(quint64(r.skipped.size()), "file", "files") +
+                 QStringLiteral(" could not be read and ") +
+                 QLatin1String(r.skipped.size() == 1 ? "was" : "were") +
+                 QStringLiteral(" skipped; the details list them."),
+             QString(), details);
+    } else {
+        Show(window, QMessageBox::Information, QStringLiteral("Vortiga"),
+             QStringLiteral("File scan completed successfully."),
+             r.notMessages.isEmpty()
+                 ? QString()
+                 : Count(quint64(r.notMessages.size()), "file", "files") +
+                       QStringLiteral(" named like messages held none and ") +
+                       QLatin1String(r.notMessages.size() == 1 ? "was" : "were") +
+                       QStringLiteral(" passed over; the details list them."),
+             details);
+    }
+}
+
+EndOfSave DescribeSave(const RunResult& r, const VerifyResult* v, const QString& package) {
+    EndOfSave out;
+    const bool faults = v && !v->Faultless();
+    if (r.EndedAtFile())
+        out.text = EndedAtText(r, "save", "written") +
+                   QStringLiteral("\nThe package holds the messages written before it, at "
+                                  "location ") +
+                   package;
+    else if (faults)
+        out.text = QStringLiteral("\nFile saved at location ") + package +
+                   QStringLiteral(", but the verification found ") +
+                   Count(v->faults, "fault", "faults") +
+                   QStringLiteral(": messages that are not in the package as Apple Mail holds "
+                                  "them. The details name them.");
+    else
+        out.text = QStringLiteral("\nFile saved successfully at location ") + package;
+    if (r.HasLosses())
+        out.text += QLatin1Char('\n') + LossSummaryLine(r);
+    if (v)
+        out.text += QLatin1Char('\n') + VerificationLine(*v);
+    out.details = LossDetails(r);
+    if (v) {
+        const QString more = VerificationDetails(*v);
+        if (!more.isEmpty())
+            out.details += (out.details.isEmpty() ? QString() : QStringLiteral("\n")) + more;
+    }
+    return out;
 }

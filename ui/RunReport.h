@@ -17,14 +17,24 @@ QString LossSummaryLine(const RunResult& result);
 // part, one per line.
 QString LossDetails(const RunResult& result);
 
-// After a run that ended at an unreadable file or skipped files (or, after a
-// save, lost anything): a warning box that names the file, the reason and
-// how many messages were not scanned or written, and tells how to skip such
-// files; the details are its detailed text. Does nothing otherwise.
-// `verification`, after a save: what verification of the package found;
-// its faults make the box too.
-void ShowLossWarning(QWidget* parent, const RunResult& result, bool save,
-                     const VerifyResult* verification = nullptr);
+// After a save that could not make or write the package: a warning box in
+// front of `parent` that names the file, the reason and how many messages
+// were not written; the details are its detailed text.
+void ShowSaveFailure(QWidget* parent, const RunResult& result);
+
+// The one box at the end of a scan, in front of `window`: "File scan
+// completed successfully." only when it did; where it ended and what was
+// left out otherwise, with the details (files skipped or passed over).
+void ShowEndOfScan(QWidget* window, const RunResult& result, bool foundMessages);
+
+// What the window at the end of a save says (where the package is, how the
+// save ended, the counts and the verification's result) and its details.
+struct EndOfSave {
+    QString text;
+    QString details;
+};
+EndOfSave DescribeSave(const RunResult& result, const VerifyResult* verification,
+                       const QString& package);
 
 // "Verification: N verified, N with expected changes, N faults.", and each
 // fault and kind of expected change, one per line.

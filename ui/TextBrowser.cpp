@@ -73,6 +73,8 @@ void TextBrowser::SetWindowLayout() {
     ui->comBoxAttch->setMinimumWidth(180);
     ui->comBoxAttch->hide();
 
+    // The header fields take the pane's whole width; the attachment list
+    // goes below them, so that showing it narrows no field.
     auto* fields = new QVBoxLayout;
     fields->setSpacing(5);
     fields->setContentsMargins(5, 5, 5, 5);
@@ -80,16 +82,15 @@ void TextBrowser::SetWindowLayout() {
     fields->addWidget(ui->fromBrowser);
     fields->addWidget(ui->toBrowser);
     fields->addWidget(ui->subjBrowser);
-    auto* side = new QVBoxLayout;
-    side->setSpacing(0);
-    side->setContentsMargins(5, 5, 5, 5);
-    side->addWidget(ui->comBoxAttch);
-    side->addStretch(1);
+    auto* attachments = new QHBoxLayout;
+    attachments->setContentsMargins(0, 0, 0, 0);
+    attachments->addWidget(ui->comBoxAttch);
+    attachments->addStretch(1);
+    fields->addLayout(attachments);
     auto* top = new QHBoxLayout;
-    top->setSpacing(100);
+    top->setSpacing(0);
     top->setContentsMargins(0, 0, 0, 0);
     top->addLayout(fields, 1);
-    top->addLayout(side);
     auto* body = new QHBoxLayout;
     body->setSpacing(100);
     body->setContentsMargins(0, 0, 0, 0);
