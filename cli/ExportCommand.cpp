@@ -80,7 +80,7 @@ int RunExportCommand(const QStringList& args) {
     // The same store path as the scan command: the folder itself, and its
     // path is cut out of every message path. The export reads each message
     // itself; the scan only has to find them.
-    ScanOptions scanOptions = StoreScanOptions();
+    ScanOptions scanOptions = StoreScanOptions(positional[0], "export");
     scanOptions.keepGoing = options.keepGoing;
     scanOptions.foldersOnly = true;
     Store store;

@@ -1,3 +1,4 @@
+#include "accounts/AccountNames.h"
 #include "cli/CliCommon.h"
 #include "cli/Commands.h"
 #include "cli/RunReport.h"
@@ -25,22 +26,26 @@ QString CheckStoreFolder(const char* command, const QString& path) {
     return QString();
 }
 
-ScanOptions StoreScanOptions() {
+ScanOptions StoreScanOptions(const QString& store, const char* command) {
     ScanOptions options;
     options.m_strDefaultMailPath = DefaultMailPathFor(pellomar::ConsoleUserName());
+    QString warning;
+    options.accountNames =
+        AccountDisplayNames(ReadAccountNames(QFileInfo(store).canonicalFilePath(), &warning));
+    if (!warning.isEmpty())
+        Err() << "pellomar-cli " << command << ": " << warning << "\n";
     return options;
 }
 
 int RunScanCommand(const QStringList& args) {
     QString store;
-    bool json = false;
+    bool json = false, keepGoing = false;
     bool haveStore = false;
-    ScanOptions options = StoreScanOptions();
     for (const QString& arg : args) {
         if (arg == QLatin1String("--json")) {
             json = true;
         } else if (arg == QLatin1String("--keep-going")) {
-            options.keepGoing = true;
+            keepGoing = true;
         } else if (arg.startsWith(QLatin1Char('-')) && arg.size() > 1) {
             Err() << "pellomar-cli scan: unknown option '" << arg << "'\n" << kScanUsage;
             return ExitUsage;
@@ -64,6 +69,8 @@ int RunScanCommand(const QStringList& args) {
 
     // The folder itself, not a link to it, and without a trailing slash: its
     // path is cut out of every message path.
+    ScanOptions options = StoreScanOptions(store, "scan");
+    options.keepGoing = keepGoing;
     const std::atomic<bool> never{false};
     ProgressBar bar;
     const Store result = EMLXFinder(QFileInfo(store).canonicalFilePath(), options, bar, never);

@@ -128,6 +128,8 @@ void WriteScanJson(QTextStream& out, const Store& store) {
         chunk += QString::number(f.ullParentId);
         chunk += QLatin1String(", \"name\": ");
         AppendJsonString(chunk, f.name);
+        chunk += QLatin1String(", \"displayName\": ");
+        AppendJsonString(chunk, f.displayName);
         chunk += QLatin1String(", \"messages\": [");
         out << chunk;
         // One message at a time, so that large stores never build the whole
@@ -161,8 +163,8 @@ void WriteScanTree(QTextStream& out, const Store& store) {
             continue;
         }
         const FldrAtrib* f = store.Folder(level.children->at(level.next++));
-        out << QString(2 * stack.size(), QLatin1Char(' ')) << f->name << " (" << f->MsgCount()
-            << ")\n";
+        out << QString(2 * stack.size(), QLatin1Char(' ')) << f->displayName << " ("
+            << f->MsgCount() << ")\n";
         if (!f->children.isEmpty())
             stack.append({&f->children, 0});
     }

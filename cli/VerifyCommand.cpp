@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
@@ -25,24 +26,39 @@ QVector<quint64> ChooseFolders(Store& store, const QStringList& folders, const c
         store.MarkDirToRootCheckedOrUnchecked(kTicked);
         return store.TickedFolders();
     }
-    QStringList valid;
-    for (const FldrAtrib& f : store.Folders())
-        if (f.ullId != llRootId)
-            valid << f.path;
-    const QSet<QString> validSet(valid.begin(), valid.end());
+    // Each folder's path of display names; parents come before children.
+    QHash<quint64, QString> shown;
+    QSet<QString> valid;
+    for (const FldrAtrib& f : store.Folders()) {
+        if (f.ullId == llRootId)
+            continue;
+        const QString parent = shown.value(f.ullParentId);
+        shown.insert(f.ullId,
+                     parent.isEmpty() ? f.displayName : parent + QLatin1Char('/') + f.displayName);
+        valid << f.path << shown.value(f.ullId);
+    }
     for (const QString& wanted : folders) {
-        if (!validSet.contains(wanted)) {
+        if (!valid.contains(wanted)) {
             Err() << "pellomar-cli " << command << ": the store has no folder '" << wanted << "'\n"
                   << "Folders of this store (as `pellomar-cli scan` shows them):\n";
-            for (const QString& v : valid)
-                Err() << "  " << v << "\n";
+            for (const FldrAtrib& f : store.Folders()) {
+                if (f.ullId == llRootId)
+                    continue;
+                Err() << "  " << shown.value(f.ullId);
+                if (shown.value(f.ullId) != f.path)
+                    Err() << "  (" << f.path << ")";
+                Err() << "\n";
+            }
             return {};
         }
     }
     const QSet<QString> wantedSet(folders.begin(), folders.end());
     for (const FldrAtrib& f : store.Folders())
         store.Folder(f.ullId)->ucTickState =
-            f.ullId != llRootId && wantedSet.contains(f.path) ? kTicked : kNotTicked;
+            f.ullId != llRootId &&
+                    (wantedSet.contains(f.path) || wantedSet.contains(shown.value(f.ullId)))
+                ? kTicked
+                : kNotTicked;
     return store.TickedFolders();
 }
 
@@ -83,7 +99,7 @@ int RunVerifyCommand(const QStringList& args) {
     }
 
     InterruptGuard interrupt;
-    ScanOptions scanOptions = StoreScanOptions();
+    ScanOptions scanOptions = StoreScanOptions(positional[1], "verify");
     scanOptions.keepGoing = true;
     scanOptions.foldersOnly = true;
     Store store;

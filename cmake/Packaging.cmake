@@ -59,7 +59,10 @@ else()
   set(CPACK_DEBIAN_PACKAGE_SECTION mail)
   set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
   # Depends is worked out by dpkg-shlibdeps (package dpkg-dev) from the
-  # libraries the executables link.
+  # libraries the executables link, and added to what is named here: Qt's
+  # SQLite driver, a plugin that reads the account names, is loaded at run
+  # time and so not seen by dpkg-shlibdeps.
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS libqt5sql5-sqlite)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   # The help page and the support links open through xdg-open.
   set(CPACK_DEBIAN_PACKAGE_RECOMMENDS xdg-utils)

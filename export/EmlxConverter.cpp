@@ -93,7 +93,7 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
     // disk when the next begins to be written, as it would be if the file
     // were opened for each message. The writing itself is done by the
     // queue's thread; this one reads and converts.
-    PackageLayout layout(package, job.m_strInputfilepath);
+    PackageLayout layout(package, job.m_strInputfilepath, store.accountNames);
     QHash<QString, QString> cannotMake; // mbox file -> why it cannot be made
     std::shared_ptr<QFile> mbox;
     QString openMbox;

@@ -73,6 +73,64 @@ QString PackageLayout::MailboxFolderOf(const QString& messagePath) {
     return folder;
 }
 
+namespace {
+
+// Never a name that leads out of the package ("", ".", "..").
+QString PackageLevel(QString level) {
+    if (level.isEmpty() || level == QLatin1String(".") || level == QLatin1String(".."))
+        level.prepend(QLatin1Char('_'));
+    return level;
+}
+
+// A folder level of the store as the package names it: without its mailbox
+// ending, bytes that are not UTF-8 given as they are shown (the package is
+// read by a program that expects UTF-8 names).
+QString PlainLevel(const QString& level) {
+    return PackageLevel(pellomar::DisplayName(WithoutMailboxEnding(level)));
+}
+
+// An account's name as a folder name: one level, at most 200 bytes.
+QString AccountLevel(QString name) {
+    name.replace(QLatin1Char('/'), QLatin1Char('-')).replace(QChar(0), QLatin1Char('-'));
+    while (name.toUtf8().size() > 200)
+        name.chop(name.size() > 1 && name.at(name.size() - 1).isLowSurrogate() ? 2 : 1);
+    return PackageLevel(name);
+}
+
+} // namespace
+
+bool PackageLayout::IsAccountFolder(const QString& name) const {
+    return KindOfFolderName(name) == FolderKind::Folder && !m_accountNames.value(name).isEmpty();
+}
+
+QString PackageLayout::AccountFolderName(const QString& parent, const QString& key) {
+    const QString folder = parent + QLatin1Char('/') + key;
+    const auto known = m_accountFolder.constFind(folder);
+    if (known != m_accountFolder.constEnd())
+        return *known;
+    // Every account folder beside this one is named at once, in the order of
+    // their folder names, after the names the other folders there take.
+    QSet<QString> taken;
+    QStringList accounts{key};
+    for (const QString& name :
+         QDir(parent).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)) {
+        if (!IsAccountFolder(name))
+            taken.insert(PlainLevel(name).toCaseFolded());
+        else if (name != key)
+            accounts << name;
+    }
+    accounts.sort();
+    for (const QString& account : qAsConst(accounts)) {
+        const QString base = AccountLevel(m_accountNames.value(account));
+        QString name = base;
+        for (int n = 2; taken.contains(name.toCaseFolded()); ++n)
+            name = base + QStringLiteral(" (%1)").arg(n);
+        taken.insert(name.toCaseFolded());
+        m_accountFolder.insert(parent + QLatin1Char('/') + account, name);
+    }
+    return m_accountFolder.value(folder);
+}
+
 QString PackageLayout::MboxFor(const QString& messagePath) {
     const QString mailbox = MailboxFolderOf(messagePath);
     const auto known = m_mboxOfMailbox.constFind(mailbox);
@@ -85,17 +143,20 @@ QString PackageLayout::MboxFor(const QString& messagePath) {
     if (m_store == mailbox || m_store.startsWith(mailbox + QLatin1Char('/'))) {
         levels = m_store.mid(mailbox.size()).split(QLatin1Char('/'), Qt::SkipEmptyParts);
         levels << mailbox.mid(mailbox.lastIndexOf(QLatin1Char('/')) + 1);
+        for (QString& level : levels)
+            level = PlainLevel(level);
     } else if (mailbox.startsWith(m_store + QLatin1Char('/'))) {
         levels = mailbox.mid(m_store.size() + 1).split(QLatin1Char('/'));
+        // Account folders below the store take their account's name.
+        QString parent = m_store;
+        for (QString& level : levels) {
+            const QString onDisk = level;
+            level =
+                IsAccountFolder(onDisk) ? AccountFolderName(parent, onDisk) : PlainLevel(onDisk);
+            parent += QLatin1Char('/') + onDisk;
+        }
     } else {
-        levels << mailbox.mid(mailbox.lastIndexOf(QLatin1Char('/')) + 1);
-    }
-    for (QString& level : levels) {
-        // Bytes that are not UTF-8 are given as they are shown: the package
-        // is read by a program that expects UTF-8 names.
-        level = pellomar::DisplayName(WithoutMailboxEnding(level));
-        if (level.isEmpty() || level == QLatin1String(".") || level == QLatin1String(".."))
-            level.prepend(QLatin1Char('_'));
+        levels << PlainLevel(mailbox.mid(mailbox.lastIndexOf(QLatin1Char('/')) + 1));
     }
     const QString name = levels.last();
     QString folder = QStringLiteral("/Mail/") + levels.join(QLatin1Char('/'));

@@ -30,10 +30,19 @@ bool MakeFolders(const QString& path, QString* reason);
 // that would share a file (the same names once the endings go, or names
 // that differ in case only, which macOS does not tell apart) do not: the
 // later one's name gets " (2)", " (3)" ...
+//
+// A folder level below the store that is an account folder (a key of
+// `accountNames`, Mail's UUID of the account) is named by the account's
+// name instead ("V10/<UUID>/INBOX.mbox" gives "Mail/V10/Work/INBOX/
+// INBOX.mbox"), with "/" made "-". Where that name is taken beside it, by
+// another account or by the package name of another folder of the store,
+// the account's name gets " (2)", " (3)" ... (accounts in the order of their
+// folder names), whatever the order of the calls.
 class PackageLayout {
 public:
-    PackageLayout(const QString& packagePath, const QString& storePath)
-        : m_package(packagePath), m_store(storePath) {}
+    PackageLayout(const QString& packagePath, const QString& storePath,
+                  const QHash<QString, QString>& accountNames = {})
+        : m_package(packagePath), m_store(storePath), m_accountNames(accountNames) {}
 
     // The mbox file of the message at `messagePath`; the same for every
     // message of one mailbox, whatever the order of the calls.
@@ -47,7 +56,14 @@ public:
     static QString MailboxFolderOf(const QString& messagePath);
 
 private:
+    bool IsAccountFolder(const QString& name) const;
+    // The package name of the account folder `key` in the store folder
+    // `parent`.
+    QString AccountFolderName(const QString& parent, const QString& key);
+
     QString m_package, m_store;
+    QHash<QString, QString> m_accountNames;  // account folder -> account name
+    QHash<QString, QString> m_accountFolder; // account folder's path -> package name
     QHash<QString, QString> m_mboxOfMailbox; // mailbox folder -> mbox file
     QSet<QString> m_taken;                   // folders below the package, case folded
     QSet<QString> m_made;                    // mbox files made or found

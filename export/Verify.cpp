@@ -431,7 +431,7 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
     VerifyResult result;
     // Where each message of the chosen folders should be, in the store's
     // order; the folders of the result are the mbox files.
-    PackageLayout layout(job.package, job.m_strInputfilepath);
+    PackageLayout layout(job.package, job.m_strInputfilepath, store.accountNames);
     const QSet<quint64> chosen(job.selection.cbegin(), job.selection.cend());
     std::deque<Source> sources;
     QHash<QString, int> folderOf; // mbox -> index in result.folders

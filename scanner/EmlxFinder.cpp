@@ -60,6 +60,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
                  RunProgress& progress, const std::atomic<bool>& stop) {
     Store store;
     store.m_strInputfilepath = m_strInputfilepath;
+    store.accountNames = options.accountNames;
     RunResult& result = store.result;
     StoreListing listing = ListStoreFiles(m_strInputfilepath);
     if (!listing.error.isEmpty()) {

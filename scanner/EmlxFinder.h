@@ -4,6 +4,7 @@
 
 #include "scanner/Store.h"
 
+#include <QHash>
 #include <QString>
 
 #include <atomic>
@@ -20,6 +21,9 @@ struct ScanOptions {
     // The user's Apple Mail folder (DefaultMailPathFor): below it the
     // version folder is cut from the folder paths.
     QString m_strDefaultMailPath;
+    // Account folder name (the account's UUID) -> the name the user gave the
+    // account; the scan shows those folders by it (FldrAtrib::displayName).
+    QHash<QString, QString> accountNames;
 };
 
 // Scans the store folder `m_strInputfilepath`. Progress and every new

@@ -26,7 +26,7 @@ void FolderBuilder::treeCreator(const QVector<FolderPart>& parts) {
         objMapFID_PID.insert(id, parent);
         objMapFID_Name.insert(id, part.name);
         llParentIdRunning = id;
-        m_store.AddFolder(parent, id, part.name, part.kind);
-        m_progress.LeftTreeView(parent, id, part.name);
+        const FldrAtrib* made = m_store.AddFolder(parent, id, part.name, part.kind);
+        m_progress.LeftTreeView(parent, id, made ? made->displayName : part.name);
     }
 }

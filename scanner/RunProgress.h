@@ -36,7 +36,8 @@ public:
     virtual void CurrentValue() {}
 
     // The scan made a new folder below `parentId` (parents come before
-    // their children; the root 501 is implied by the first folder).
+    // their children; the root 501 is implied by the first folder). `name`
+    // is its display name.
     virtual void LeftTreeView(unsigned long long parentId, unsigned long long id,
                               const QString& name) {
         Q_UNUSED(parentId);

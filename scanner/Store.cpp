@@ -1,5 +1,7 @@
 #include "scanner/Store.h"
 
+#include <QRegularExpression>
+
 FldrAtrib* Store::Folder(quint64 id) {
     return const_cast<FldrAtrib*>(static_cast<const Store*>(this)->Folder(id));
 }
@@ -22,7 +24,7 @@ FldrAtrib* Store::AddFolder(quint64 parentId, quint64 id, const QString& name, F
     if (m_folders.empty()) {
         FldrAtrib root;
         root.ullId = llRootId;
-        root.name = QStringLiteral("Mailbox");
+        root.name = root.displayName = QStringLiteral("Mailbox");
         root.kind = FolderKind::Root;
         root.ucTickState = kNotTicked;
         m_folders.push_back(std::move(root));
@@ -36,6 +38,20 @@ FldrAtrib* Store::AddFolder(quint64 parentId, quint64 id, const QString& name, F
     f.name = name;
     f.path = parent->ullId == llRootId ? name : parent->path + QLatin1Char('/') + name;
     f.kind = kind;
+    f.displayName = name;
+    if (kind == FolderKind::Folder) {
+        // Mail's local mailboxes are in "Mailboxes" of its version folder;
+        // below the user's Mail folder the version folder is not shown.
+        static const QRegularExpression version(QStringLiteral("^V\\d+$"));
+        const bool top = parent->ullId == llRootId ||
+                         (parent->ullParentId == llRootId && parent->kind == FolderKind::Folder &&
+                          version.match(parent->name).hasMatch());
+        const auto account = accountNames.constFind(name);
+        if (account != accountNames.constEnd() && !account->isEmpty())
+            f.displayName = *account;
+        else if (top && name == QLatin1String("Mailboxes"))
+            f.displayName = QStringLiteral("On My Mac");
+    }
     parent->children.append(id);
     m_folders.push_back(std::move(f));
     return &m_folders.back();

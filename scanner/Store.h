@@ -9,6 +9,7 @@
 #include "scanner/RunResult.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -81,8 +82,11 @@ enum class FolderKind : quint8 {
 struct FldrAtrib {
     quint64 ullId = 0;       // 501 for the root, then 502, 503 ... in order of creation
     quint64 ullParentId = 0; // 0 for the root
-    QString name;            // the name the tree shows
+    QString name;            // the level's name on disk, without its mailbox ending
     QString path;            // names from below the root joined by "/"; the root's is empty
+    // The name the tree shows: an account folder's account name, "On My Mac"
+    // for the local mailboxes' folder, else `name`.
+    QString displayName;
     FolderKind kind = FolderKind::Folder;
     quint8 ucTickState = kTickUnset; // a TickCode
     // 0 until the first message of the folder was announced, then 2.
@@ -108,6 +112,10 @@ public:
     bool IsConverted = false;
     // How the scan ended.
     RunResult result;
+    // Account folder name -> account name (ScanOptions::accountNames): folders
+    // made after it is set show these names, and the export names the
+    // account folders of the package by them.
+    QHash<QString, QString> accountNames;
 
     // Folders in order of creation: the root first (once there is any
     // folder), parents before their children.
@@ -129,7 +137,10 @@ public:
     // Adds the folder `id` (the next free identifier) below `parentId`. The
     // root "Mailbox" (501, not ticked) is made first when the store is
     // empty. Returns the new folder, or null when the identifier is not the
-    // next one or the parent is unknown.
+    // next one or the parent is unknown. Its display name is an account's
+    // name when `name` is a key of accountNames, "On My Mac" for a plain
+    // folder "Mailboxes" directly below the root or below a top version
+    // folder "V<n>", else `name`.
     FldrAtrib* AddFolder(quint64 parentId, quint64 id, const QString& name, FolderKind kind);
 
     // Ticks: the user changed the tick of folder `id` to `code`. The root

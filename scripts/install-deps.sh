@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ make cmake ccache pkg-config clang libclang-rt-14-dev
-  qtbase5-dev qtwebengine5-dev libqt5svg5-dev
+  qtbase5-dev libqt5sql5-sqlite qtwebengine5-dev libqt5svg5-dev
   librsvg2-bin imagemagick
   xvfb xauth x11-utils fonts-dejavu-core fonts-noto-color-emoji
   dpkg-dev file desktop-file-utils

@@ -6,6 +6,10 @@
     V10/Mailboxes/...          the local mailboxes ("On My Mac")
     V10/MailData/...           Mail's own databases, no messages
 
+and beside it, where macOS keeps the accounts of the system (in
+~/Library/Accounts beside ~/Library/Mail), samples/Accounts/Accounts4.sqlite:
+a database of the accounts that gives the two account folders their names.
+
 Every person, address and file here is invented (example.net, example.org,
 example.com); the attachments are tiny files made below. The output is the
 same bytes on every run. Run it from anywhere; it replaces samples/modern.
@@ -15,6 +19,7 @@ import hashlib
 import importlib.util
 import os
 import shutil
+import sqlite3
 import struct
 import unicodedata
 import uuid
@@ -22,6 +27,7 @@ import zlib
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 STORE = os.path.join(ROOT, "samples", "modern")
+ACCOUNTS = os.path.join(ROOT, "samples", "Accounts", "Accounts4.sqlite")
 VERSION = "V10"
 ACCOUNT_IMAP = "3B9F2E61-7C4A-4D85-A0E2-5F1B8C6D9A47"
 ACCOUNT_WORK = "C41D8E07-92B5-4F3A-8E6C-0A7B2D9F1E53"
@@ -439,7 +445,31 @@ def build():
             attachments=[("2", "Receipt 305.pdf", receipt)])
 
 
+def build_accounts():
+    """The table of the system's account database that names accounts.
+
+    The IMAP account has a description of its own. The work account's mail
+    account has none: its name is its parent account's, which also has a
+    calendar account without a folder in the store.
+    """
+    if os.path.exists(ACCOUNTS):
+        os.remove(ACCOUNTS)
+    os.makedirs(os.path.dirname(ACCOUNTS), exist_ok=True)
+    db = sqlite3.connect(ACCOUNTS)
+    db.execute("CREATE TABLE ZACCOUNT (Z_PK INTEGER PRIMARY KEY, ZIDENTIFIER VARCHAR, "
+               "ZACCOUNTDESCRIPTION VARCHAR, ZUSERNAME VARCHAR, ZPARENTACCOUNT INTEGER)")
+    db.executemany("INSERT INTO ZACCOUNT VALUES (?, ?, ?, ?, ?)", [
+        (1, ACCOUNT_IMAP, "Jonas (example.net)", "jonas.berg@example.net", None),
+        (2, "6A0E5B2C-1D47-4F83-9B6E-2C8D4A7F0B19", "Work", "jberg@work.example.com", None),
+        (3, ACCOUNT_WORK, None, "jberg@work.example.com", 2),
+        (4, "E27F9C44-5B1A-4C6D-8E3F-7A9B0C1D2E3F", "", "jberg@work.example.com", 2),
+    ])
+    db.commit()
+    db.close()
+
+
 if __name__ == "__main__":
     build()
+    build_accounts()
     files = [os.path.join(d, f) for d, _, fs in os.walk(STORE) for f in fs]
     print("wrote %d files, %d bytes under %s" % (len(files), sum(os.path.getsize(f) for f in files), STORE))

@@ -32,6 +32,8 @@ version=$(dpkg-deb -f "$deb" Version)
 arch=$(dpkg-deb -f "$deb" Architecture)
 [[ $(basename "$deb") == "pellomar_${version}_${arch}.deb" ]] || fail "unexpected name $(basename "$deb")"
 echo "== $(basename "$deb") =="
+# Qt's SQLite driver is loaded as a plugin, which dpkg-shlibdeps cannot see.
+dpkg-deb -f "$deb" Depends | grep -qw libqt5sql5-sqlite || fail "the package does not depend on libqt5sql5-sqlite"
 
 # Whatever happens below, the package does not stay installed, and the
 # window and its X server do not keep running.
@@ -76,6 +78,11 @@ out=$(pellomar-cli scan samples/store) || fail "pellomar-cli scan samples/store 
 [[ $(tail -n 1 <<<"$out") == "17 messages in 10 folders" ]] ||
   fail "pellomar-cli scan samples/store ended with: $(tail -n 1 <<<"$out")"
 echo "installed pellomar-cli: $(tail -n 1 <<<"$out")"
+# The account names of samples/modern come from samples/Accounts/Accounts4.sqlite
+# through Qt's SQLite driver.
+out=$(pellomar-cli scan samples/modern 2>&1) || fail "pellomar-cli scan samples/modern ended with $?"
+grep -qx "    Work (0)" <<<"$out" || fail "pellomar-cli scan samples/modern shows no account names: $out"
+echo "installed pellomar-cli: account names of samples/modern shown"
 
 # The window looks for its help page and plist one folder up from its real
 # executable, in Resources.

@@ -102,6 +102,9 @@ private slots:
         m_store = QFileInfo(m_dir.path() + "/Sample Store").canonicalFilePath();
         QVERIFY(CopyFolder(SourceDir() + "/samples/modern", m_dir.path() + "/Modern Store"));
         m_modern = QFileInfo(m_dir.path() + "/Modern Store").canonicalFilePath();
+        // The account database beside both stores names the modern one's
+        // account folders.
+        QVERIFY(CopyFolder(SourceDir() + "/samples/Accounts", m_dir.path() + "/Accounts"));
         QVERIFY(QDir().mkpath(m_dir.path() + "/empty"));
         QVERIFY(CopyFolder(SampleStore(), m_dir.path() + "/broken"));
         m_broken = m_dir.path() + "/broken/V2/Mailboxes/Inbox.mbox/Messages/12.emlx";
@@ -260,7 +263,7 @@ private slots:
         row("scan: tree with counts, store with a trailing slash", {"scan", "@STORE@/"}, 0, "",
             {"Mailbox\n  V2 (0)\n    EWS-bob@exchange.example.com (0)\n      Inbox (2)\n"
              "    IMAP-anna@mail.example.org (0)\n      INBOX (5)\n      Sent Messages (1)\n"
-             "    Mailboxes (0)\n      Inbox (3)\n      Work (2)\n        Projects (4)\n"
+             "    On My Mac (0)\n      Inbox (3)\n      Work (2)\n        Projects (4)\n"
              "17 messages in 10 folders\n"});
         row("scan: empty store tree", {"scan", "@EMPTY@"}, 0, "",
             {"Mailbox\n0 messages in 0 folders\n"});
@@ -278,6 +281,9 @@ private slots:
             0, "", {"Mail/V2/Mailboxes/Inbox/Inbox.mbox", "Mail/V2/Mailboxes/Work/Work.mbox"});
         row("a folder given with =", {"export", "@STORE@", "@DEST@", "--folder=V2/Mailboxes/Work"},
             0, "", {"Mail/V2/Mailboxes/Work/Work.mbox"});
+        row("a folder by its display names",
+            {"export", "@STORE@", "@DEST@", "--folder", "V2/On My Mac/Work/Projects"}, 0, "",
+            {"Mail/V2/Mailboxes/Work/Projects/Projects.mbox"});
         row("a folder without messages",
             {"export", "@STORE@", "@DEST@", "--folder", "V2/Mailboxes"}, 0, "");
         row("no destination", {"export", "@STORE@"}, 2, "Usage: pellomar-cli export");

@@ -383,7 +383,7 @@ private slots:
             << L{503, 505, 503, 505};
         QTest::newRow("shared prefix is built once")
             << QStringList{"Mailboxes/Work", "Mailboxes/Work/Projects", "Mailboxes/Home"}
-            << QStringList{"501>502:Mailboxes", "502>503:Work", "503>504:Projects", "502>505:Home"}
+            << QStringList{"501>502:On My Mac", "502>503:Work", "503>504:Projects", "502>505:Home"}
             << L{503, 504, 505};
         QTest::newRow("empty path keeps the previous folder")
             << QStringList{"A", "", "B", ""} << QStringList{"501>502:A", "501>503:B"}

@@ -1,4 +1,5 @@
 #include "ui/PreviewWindow.h"
+#include "accounts/AccountNames.h"
 #include "export/ExportJob.h"
 #include "scanner/MailPaths.h"
 #include "scanner/ScaningThread.h"
@@ -421,7 +422,7 @@ void PreviewWindow::ShowStore(Store store) {
     m_store = std::move(store);
     for (const FldrAtrib& f : m_store.Folders())
         if (f.ullId != llRootId)
-            if (QTreeWidgetItem* item = AddFolderItem(f.ullParentId, f.ullId, f.name))
+            if (QTreeWidgetItem* item = AddFolderItem(f.ullParentId, f.ullId, f.displayName))
                 m_folderItems.insert(f.ullId, item);
     SetFileActionsEnabled(true, !m_store.IsEmpty());
 }
@@ -608,6 +609,11 @@ void PreviewWindow::OnStartScanning() {
     ScanOptions options;
     options.keepGoing = m_pExportOptions->Options().keepGoing;
     options.m_strDefaultMailPath = DefaultMailPathFor(pellomar::ConsoleUserName());
+    QString accountsWarning;
+    options.accountNames =
+        AccountDisplayNames(ReadAccountNames(m_strInputfilepath, &accountsWarning));
+    if (!accountsWarning.isEmpty())
+        qWarning("%s", qUtf8Printable(accountsWarning));
     m_scanJob = std::make_unique<ScanJob>(m_strInputfilepath, options);
     m_pScaningThread->SetJob(m_scanJob.get());
     IsPreview = true;
