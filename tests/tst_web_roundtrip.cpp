@@ -137,6 +137,30 @@ private slots:
         w.m_pExportOptions->m_pSkipUnreadable->setChecked(false);
         w.CleanListAndHash();
     }
+
+    // A store beside an Accounts folder: the tree shows the accounts by the
+    // names the user gave them, and the local mailboxes as On My Mac.
+    void accountNamesInTheTree() {
+        QTemporaryDir tmp;
+        QVERIFY(TestSupport::CopyFolder(TestSupport::SourceDir() + "/samples/modern",
+                                        tmp.path() + "/Mail"));
+        QVERIFY(TestSupport::CopyFolder(TestSupport::SourceDir() + "/samples/Accounts",
+                                        tmp.path() + "/Accounts"));
+        GuiTestSupport::ScriptedWindow w;
+        w.closeevent = 1;
+        w.show();
+        w.m_strInputfilepath = tmp.path() + "/Mail";
+        auto scanned = GuiTestSupport::AnswerNextMessageBox(QMessageBox::Ok);
+        w.OnStartScanning();
+        QTRY_VERIFY_WITH_TIMEOUT(scanned->seen, 30000);
+        QTRY_VERIFY(!w.m_pScaningThread->isRunning());
+        QStringList top;
+        QTreeWidgetItem* version = w.m_pLeftTreeWidget->topLevelItem(0)->child(0);
+        for (int i = 0; i < version->childCount(); ++i)
+            top << version->child(i)->text(0);
+        QCOMPARE(top, (QStringList{"Jonas (example.net)", "Work", "On My Mac"}));
+        w.CleanListAndHash();
+    }
 };
 
 QTEST_MAIN(TestRoundTrip)
