@@ -190,10 +190,12 @@ void SetUpMessageList(QTreeWidget* list) {
     h->resizeSection(ColSize, metrics.horizontalAdvance(QStringLiteral("000 kB")) + 16);
     list->setColumnHidden(ColSizeHint, true);
     list->setColumnHidden(ColNumber, true);
+    // The list sorts only when asked (turning sorting off makes the header
+    // unclickable, so that comes first).
+    list->setSortingEnabled(false);
     h->setSectionsMovable(false);
     h->setSectionsClickable(true);
     h->setSortIndicatorShown(false);
-    list->setSortingEnabled(false);
     QObject::connect(h, &QHeaderView::sectionClicked, list, [list](int column) {
         const QVariant last = list->property(kSortColumn);
         const bool again = last.isValid() && last.toInt() == column;
@@ -215,6 +217,8 @@ void SortAsChosen(QTreeWidget* list) {
     list->header()->setSortIndicatorShown(true);
     list->header()->setSortIndicator(column, order);
     list->sortItems(column, order);
+    if (QTreeWidgetItem* current = list->currentItem())
+        list->scrollToItem(current);
 }
 
 int MessageIndexOf(const QTreeWidgetItem* row) {

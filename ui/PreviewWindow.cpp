@@ -137,10 +137,15 @@ void PreviewWindow::CreateMenu() {
     };
     m_pOpenFileMenu = makeAction(QStringLiteral("Open File"), &PreviewWindow::OnOpenFile,
                                  QStringLiteral("Open File"));
-    m_pOpenFileMenu->setShortcuts({QKeySequence(QStringLiteral("Ctrl+N")), QKeySequence::Open});
+    // Ctrl+N as always, and the platform's Open key where that is another.
+    QList<QKeySequence> open{QKeySequence(QStringLiteral("Ctrl+N"))};
+    for (const QKeySequence& key : QKeySequence::keyBindings(QKeySequence::Open))
+        if (!open.contains(key))
+            open << key;
+    m_pOpenFileMenu->setShortcuts(open);
     m_pSaveFileMenu = makeAction(QStringLiteral("Save File"), &PreviewWindow::OnSavingFiles,
                                  QStringLiteral("Save File"));
-    m_pSaveFileMenu->setShortcuts({QKeySequence(QStringLiteral("Ctrl+S")), QKeySequence::Save});
+    m_pSaveFileMenu->setShortcut(QKeySequence(QStringLiteral("Ctrl+S")));
     m_pSaveFileMenu->setEnabled(false);
     m_pOpenFile =
         makeAction(QStringLiteral("Open"), &PreviewWindow::OnOpenFile, QStringLiteral("Open"));
