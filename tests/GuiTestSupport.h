@@ -39,17 +39,19 @@ struct SeenBox {
     QWidget* parent = nullptr;
 };
 
-// Waits (up to about five seconds each) for the next `count` modal message
+// Waits (up to about thirty seconds each: a sanitizer build is slow) for the
+// next `count` modal message
 // boxes, hands each one's texts to `seen`, and presses `button` in it.
 inline void AnswerBoxes(int count, QMessageBox::StandardButton button,
                         std::function<void(const SeenBox&)> seen) {
     auto* timer = new QTimer(qApp);
+    timer->setObjectName(QStringLiteral("boxWatcher"));
     auto tries = std::make_shared<int>(0);
     auto left = std::make_shared<int>(count);
     QObject::connect(timer, &QTimer::timeout, [timer, seen, tries, left, button] {
         auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
         if (!box || !box->isVisible()) {
-            if (++*tries > 250)
+            if (++*tries > 1500)
                 timer->deleteLater();
             return;
         }
@@ -66,6 +68,13 @@ inline void AnswerBoxes(int count, QMessageBox::StandardButton button,
             box->reject();
     });
     timer->start(20);
+}
+
+// Ends every wait of AnswerBoxes, so that none answers a later test's box.
+inline void StopAnsweringBoxes() {
+    for (QTimer* t :
+         qApp->findChildren<QTimer*>(QStringLiteral("boxWatcher"), Qt::FindDirectChildrenOnly))
+        delete t;
 }
 
 inline std::shared_ptr<QList<SeenBox>> AnswerMessageBoxes(int count,

@@ -21,6 +21,7 @@
 class TestRoundTrip : public QObject {
     Q_OBJECT
 private slots:
+    void cleanup() { GuiTestSupport::StopAnsweringBoxes(); }
     void scanTickAndSave() {
         QTemporaryDir tmp;
         const QString store = tmp.path() + "/Mail";
@@ -104,12 +105,16 @@ private slots:
         w.m_strInputfilepath = store;
         for (const bool skip : {false, true}) {
             w.m_pExportOptions->m_pSkipUnreadable->setChecked(skip);
-            auto boxes = GuiTestSupport::AnswerMessageBoxes(2, QMessageBox::Ok);
+            auto boxes = GuiTestSupport::AnswerMessageBoxes(1, QMessageBox::Ok);
             w.OnStartScanning();
-            QTRY_COMPARE_WITH_TIMEOUT(boxes->size(), 1, 30000);
+            QTRY_COMPARE_WITH_TIMEOUT(boxes->size(), 1, 60000);
             QTRY_VERIFY(!w.m_pScaningThread->isRunning());
+            // No second box follows.
             QTest::qWait(300);
-            QCOMPARE(boxes->size(), 1);
+            if (auto* another = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+                another->reject();
+                QFAIL(qPrintable("a second box: " + another->text()));
+            }
             const GuiTestSupport::SeenBox box = boxes->at(0);
             QCOMPARE(box.parent, &w);
             QVERIFY2(box.detailed.contains(broken), qPrintable(box.detailed));

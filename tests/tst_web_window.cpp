@@ -15,9 +15,9 @@
 #include <QAction>
 #include <QComboBox>
 #include <QHeaderView>
-#include <QTextEdit>
 #include <QProgressBar>
 #include <QTemporaryDir>
+#include <QTextEdit>
 #include <QThread>
 #include <QTreeWidget>
 #include <QtTest>
@@ -62,6 +62,7 @@ class TestWindow : public QObject {
 private slots:
     void init() { w = new NoApplicationWindow; }
     void cleanup() {
+        GuiTestSupport::StopAnsweringBoxes();
         w->closeevent = 1;
         delete w;
         w = nullptr;
