@@ -5,6 +5,9 @@
 //                                      the attachment in an .emlxpart file
 //                                      and one in four as a decoded file
 //                                      under Attachments/<N>/2/
+//   pellomar-benchgen generate-modern DIR N
+//                                      the same in today's layout (see
+//                                      GenerateModern)
 //   pellomar-benchgen copy DIR [OUT]   reads every file below DIR (but ".done")
 //                                      through a 128 KiB buffer, and writes it
 //                                      to OUT when given: the plain read and
@@ -273,6 +276,127 @@ int Generate(const fs::path& dir, uint64_t count) {
     return 0;
 }
 
+// A store in today's layout (V10): account folders named by UUID, each
+// mailbox with a folder of its own named by UUID holding
+// Data/<digits of number/1000, last first>/Messages, and most large parts
+// kept decoded under Attachments/<number>/<section>/ beside Messages.
+int GenerateModern(const fs::path& dir, uint64_t count) {
+    const char* const accounts[] = {"4F1C2A9E-0B7D-4E35-9A61-2C8D5E7F1A03",
+                                    "9B3E6D21-5C4A-47F8-8E12-6A0F3D9C2B54",
+                                    "D2A7C5E8-1F96-4B03-B7D4-83E5A1C6F920", "Mailboxes"};
+    const char* const mailboxes[] = {"INBOX",    "Sent Messages",       "Archive",
+                                     "Drafts",   "Projects.mbox/Alpha", "Projects.mbox/Beta",
+                                     "Receipts", "Travel.mbox/2023"};
+    struct Box {
+        fs::path root; // .../<mailbox>.mbox/<UUID>/Data
+        uint64_t first;
+    };
+    std::vector<Box> boxes;
+    Random names{77};
+    for (const char* account : accounts)
+        for (const char* mailbox : mailboxes) {
+            char uuid[40];
+            snprintf(uuid, sizeof uuid, "%08llX-%04llX-4%03llX-8%03llX-%012llX",
+                     static_cast<unsigned long long>(names.below(1ull << 32)),
+                     static_cast<unsigned long long>(names.below(1 << 16)),
+                     static_cast<unsigned long long>(names.below(1 << 12)),
+                     static_cast<unsigned long long>(names.below(1 << 12)),
+                     static_cast<unsigned long long>(names.below(1ull << 48)));
+            boxes.push_back(
+                {dir / "V10" / account / (std::string(mailbox) + ".mbox") / uuid / "Data",
+                 100000 + names.below(800000)});
+        }
+    Random r{20261125};
+    uint64_t bytes = 0, decodedParts = 0, emlxparts = 0, folders = 0;
+    for (uint64_t i = 0; i < count; ++i) {
+        const Box& box = boxes[i * boxes.size() / count];
+        const uint64_t number = box.first + i;
+        fs::path data = box.root;
+        for (uint64_t k = number / 1000; k; k /= 10)
+            data /= std::to_string(k % 10);
+        const fs::path messages = data / "Messages";
+        std::error_code ec;
+        if (fs::create_directories(messages, ec))
+            ++folders;
+        if (ec) {
+            fprintf(stderr, "cannot create %s: %s\n", messages.c_str(), ec.message().c_str());
+            return 1;
+        }
+        // 60 % with one or two attachments: of those, nine in ten kept
+        // decoded under Attachments, one in twenty in .emlxpart files, the
+        // rest in the message.
+        const bool withParts = r.below(100) < 60;
+        const int parts = withParts ? 1 + int(r.below(4) == 0) : 0;
+        const uint64_t where = r.below(20);
+        const bool decoded = withParts && where < 18;
+        const bool emlxpart = withParts && where == 18;
+        const std::string mixed = "--Apple-Mail=_M" + std::to_string(number);
+        std::string m = "From: " + std::string(kPeople[r.below(8)]) + " <sender" +
+                        std::to_string(r.below(50)) + "@example.org>\nTo: " + kPeople[r.below(8)] +
+                        " <anna@mail.example.org>\nSubject: " + Words(r, 30, false) +
+                        "Date: Fri, " + std::to_string(1 + r.below(28)) + " Apr 2023 1" +
+                        std::to_string(r.below(10)) + ":2" + std::to_string(r.below(10)) +
+                        ":00 +0200\nMessage-Id: <" + std::to_string(number) +
+                        "@example.org>\nMime-Version: 1.0 (Mac OS X Mail 16.0)\n"
+                        "Content-Type: multipart/mixed; boundary=\"Apple-Mail=_M" +
+                        std::to_string(number) + "\"\n\n\n" + mixed +
+                        "\nContent-Transfer-Encoding: 8bit\nContent-Type: text/plain;\n"
+                        "\tcharset=utf-8\n\n" +
+                        Words(r, r.between(1 << 10, 12 << 10), false);
+        std::string partFiles[2];
+        for (int p = 0; p < parts; ++p) {
+            const size_t size =
+                r.below(100) == 0 ? r.between(1 << 20, 2 << 20) : r.between(8 << 10, 60 << 10);
+            const std::string name =
+                "scan" + std::to_string(number) + "-" + std::to_string(p + 2) + ".pdf";
+            m += "\n" + mixed + "\nContent-Disposition: attachment;\n\tfilename=" + name +
+                 "\nContent-Type: application/pdf;\n\tname=\"" + name +
+                 "\"\nContent-Transfer-Encoding: base64\n";
+            std::string body;
+            Base64Lines(r, size, body);
+            if (decoded) {
+                m += "X-Apple-Content-Length: " +
+                     std::to_string(body.size() + std::count(body.begin(), body.end(), '\n')) +
+                     "\n\n";
+                const fs::path at =
+                    data / "Attachments" / std::to_string(number) / std::to_string(p + 2);
+                fs::create_directories(at, ec);
+                const std::string bin = Base64Decode(body);
+                if (ec || !WriteAll(at / name, bin))
+                    return fprintf(stderr, "cannot write %s\n", (at / name).c_str()), 1;
+                bytes += bin.size();
+                folders += 2;
+                ++decodedParts;
+            } else if (emlxpart) {
+                m += "X-Apple-Content-Length: " + std::to_string(body.size()) + "\n\n\n";
+                partFiles[p] = body;
+                ++emlxparts;
+            } else {
+                m += "\n" + body;
+            }
+        }
+        m += "\n" + mixed + "--\n";
+        const bool partial = decoded || emlxpart;
+        const std::string name = std::to_string(number) + (partial ? ".partial.emlx" : ".emlx");
+        if (!WriteAll(messages / name, std::to_string(m.size()) + "\n", m, kTrailer))
+            return 1;
+        bytes += m.size() + sizeof kTrailer;
+        for (int p = 0; p < parts && emlxpart; ++p) {
+            if (!WriteAll(messages /
+                              (std::to_string(number) + "." + std::to_string(p + 2) + ".emlxpart"),
+                          partFiles[p]))
+                return 1;
+            bytes += partFiles[p].size();
+        }
+    }
+    printf("%llu messages in today's layout, %llu parts under Attachments, %llu .emlxpart "
+           "files, %llu folders, %.1f MB\n",
+           static_cast<unsigned long long>(count), static_cast<unsigned long long>(decodedParts),
+           static_cast<unsigned long long>(emlxparts), static_cast<unsigned long long>(folders),
+           bytes / 1e6);
+    return 0;
+}
+
 int Measure(const char* out, char** argv) {
     const auto start = std::chrono::steady_clock::now();
     const pid_t pid = fork();
@@ -327,11 +451,15 @@ int Copy(const char* dir, const char* out) {
 int main(int argc, char** argv) {
     if (argc == 4 && strcmp(argv[1], "generate") == 0)
         return Generate(argv[2], strtoull(argv[3], nullptr, 10));
+    if (argc == 4 && strcmp(argv[1], "generate-modern") == 0)
+        return GenerateModern(argv[2], strtoull(argv[3], nullptr, 10));
     if ((argc == 3 || argc == 4) && strcmp(argv[1], "copy") == 0)
         return Copy(argv[2], argc == 4 ? argv[3] : nullptr);
     if (argc >= 4 && strcmp(argv[1], "measure") == 0)
         return Measure(argv[2], argv + 3);
-    fprintf(stderr, "usage: %s generate DIR N | copy DIR [OUT] | measure OUT CMD [ARGS...]\n",
+    fprintf(stderr,
+            "usage: %s generate DIR N | generate-modern DIR N | copy DIR [OUT] | measure OUT "
+            "CMD [ARGS...]\n",
             argv[0]);
     return 2;
 }
