@@ -81,7 +81,7 @@ void AppendNumber(QString& out, const char* key, qint64 value) {
 void AppendMessage(QString& out, const MailItem& m) {
     out += QLatin1String("{\"number\": ");
     out += QString::number(m.ullNumber);
-    AppendText(out, ", \"path\": ", m.path);
+    AppendText(out, ", \"path\": ", m.Path());
     AppendText(out, ", \"from\": ", m.from);
     AppendText(out, ", \"to\": ", m.to);
     AppendText(out, ", \"subject\": ", m.subject);
@@ -102,7 +102,7 @@ void AppendMessage(QString& out, const MailItem& m) {
         AppendText(out, "{\"name\": ", a.name);
         AppendNumber(out, ", \"start\": ", a.llStart);
         AppendNumber(out, ", \"end\": ", a.llEnd);
-        AppendText(out, ", \"part\": ", a.partFile);
+        AppendText(out, ", \"part\": ", m.PartFilePath(a));
         // Mail's decoded copy under Attachments, not an encoded .emlxpart.
         if (a.decoded)
             out += QLatin1String(", \"decoded\": true");

@@ -59,7 +59,7 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
         QSet<QString> mailboxes;
         for (const FldrAtrib* f : qAsConst(folders))
             for (const MailItem& m : f->messages)
-                mailboxes.insert(PackageLayout::MailboxFolderOf(m.path));
+                mailboxes.insert(PackageLayout::MailboxFolderOf(m.Path()));
         for (const RunResult::Skipped& s : store.result.notMessages)
             if (mailboxes.contains(PackageLayout::MailboxFolderOf(s.path)))
                 result.notMessages.append(s);
@@ -94,6 +94,7 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
     // were opened for each message. The writing itself is done by the
     // queue's thread; this one reads and converts.
     PackageLayout layout(package, job.m_strInputfilepath, store.accountNames);
+    const emlx::PartFileIndex partFiles(store.listOfPathOfEmlxPart);
     QHash<QString, QString> cannotMake; // mbox file -> why it cannot be made
     std::shared_ptr<QFile> mbox;
     QString openMbox;
@@ -109,7 +110,7 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
                 result.ending = RunResult::Ending::Stopped;
                 return finished();
             }
-            const QString& path = messages[mi].path;
+            const QString path = messages[mi].Path();
             if (path.isEmpty() || path.contains(kRssFeedMarker)) {
                 progress.CurrentValue();
                 continue;
@@ -157,7 +158,7 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
             } else {
                 const bool partial =
                     path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
-                RemovedParts removed(path, store.listOfPathOfEmlxPart);
+                RemovedParts removed(path, partial ? partFiles.Candidates(path) : QStringList());
                 out.BeginMessage(path, mbox, mboxPath);
                 const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
                     message, out.Device(), partial, partial ? removed.PartFiles() : QStringList(),

@@ -439,15 +439,16 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
         if (!chosen.contains(f.ullId))
             continue;
         for (const MailItem& m : f.messages) {
-            if (m.path.isEmpty() || m.path.contains(kRssFeedMarker) || IsAppleDoubleName(m.path))
+            const QString path = m.Path();
+            if (path.isEmpty() || path.contains(kRssFeedMarker) || IsAppleDoubleName(path))
                 continue;
-            const QString mbox = layout.MboxFor(m.path);
+            const QString mbox = layout.MboxFor(path);
             auto it = folderOf.constFind(mbox);
             if (it == folderOf.constEnd()) {
                 it = folderOf.insert(mbox, result.folders.size());
                 result.folders.append({mbox});
             }
-            sources.push_back({m.path, mbox, *it, {}, false, false, {}, {}});
+            sources.push_back({path, mbox, *it, {}, false, false, {}, {}});
         }
     }
     progress.OnShowingScanProgBar();

@@ -68,7 +68,12 @@ void AnalysisPipeline::Work() {
         }
         MailItem item;
         QString why;
-        const Analysis outcome = AnalyseMessageFile(file, job->path, m_partFiles, &item, &why);
+        // Only a partial message has part files; those of its folder and
+        // number are all it needs to see.
+        const QStringList parts = job->path.contains(QLatin1String(".partial.emlx"))
+                                      ? m_partFiles.Candidates(job->path)
+                                      : QStringList();
+        const Analysis outcome = AnalyseMessageFile(file, job->path, parts, &item, &why);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             job->item = std::move(item);

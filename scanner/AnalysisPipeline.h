@@ -4,6 +4,7 @@
 // scan uses every core. Results are handed over strictly in the order the
 // files were queued; a record is only ever touched by one thread at a time.
 
+#include "scanner/EmlxLines.h"
 #include "scanner/MessageAnalysis.h"
 #include "scanner/Store.h"
 
@@ -24,8 +25,7 @@ public:
     // How many ready files the taker waits for once it has to wait.
     static constexpr size_t kBatch = 8;
 
-    // `partFiles` (the store's .emlxpart files) must stay as they are while
-    // the pipeline runs.
+    // `partFiles`: the store's .emlxpart files.
     AnalysisPipeline(int threads, const QStringList& partFiles);
     // Stops the helpers; records not taken go with it.
     ~AnalysisPipeline();
@@ -48,7 +48,7 @@ private:
     };
     void Work();
 
-    const QStringList& m_partFiles;
+    const emlx::PartFileIndex m_partFiles;
     std::deque<std::shared_ptr<Job>> m_queue; // submitted, not yet taken (taker's thread only)
     std::deque<std::shared_ptr<Job>> m_todo;  // not yet started (under m_mutex)
     std::mutex m_mutex;

@@ -93,6 +93,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
     TextPool pool;
     unsigned long long currentFolder = 0;
     QString lastFolderOf; // the folder (path up to the file name) of the last message
+    QString lastDir;      // the last message's folder, shared by the next ones of it
     quint64 taken = 0;    // message entries taken from the list so far
     for (int i = 0; i < list.size(); ++i) {
         readAhead(i);
@@ -162,7 +163,8 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
             progress.CurrentValue();
             continue;
         }
-        item.path = line;
+        item.SetPath(line, lastDir);
+        lastDir = item.dir;
         item.ullNumber = MessageNumberValue(numberText);
         item.readable = opened;
         for (QByteArray* text : {&item.plainCharset, &item.htmlCharset, &item.transferEncoding})

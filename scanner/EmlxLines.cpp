@@ -1,5 +1,6 @@
 #include "scanner/EmlxLines.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace emlx {
@@ -101,6 +102,30 @@ qint64 SatSub(qint64 a, qint64 b) {
     if (b == std::numeric_limits<qint64>::min())
         return a >= 0 ? std::numeric_limits<qint64>::max() : a - b;
     return SatAdd(a, -b);
+}
+
+PartFileIndex::PartFileIndex(const QStringList& partFiles) {
+    m_sorted.reserve(size_t(partFiles.size()));
+    for (int i = 0; i < partFiles.size(); ++i)
+        m_sorted.push_back({partFiles.at(i), i});
+    std::sort(m_sorted.begin(), m_sorted.end(),
+              [](const Entry& a, const Entry& b) { return a.path < b.path; });
+}
+
+QStringList PartFileIndex::Candidates(const QString& messagePath) const {
+    QString stem = messagePath;
+    stem.remove(QStringLiteral("partial.emlx"), Qt::CaseSensitive);
+    auto it = std::lower_bound(m_sorted.begin(), m_sorted.end(), stem,
+                               [](const Entry& e, const QString& s) { return e.path < s; });
+    std::vector<const Entry*> found;
+    for (; it != m_sorted.end() && it->path.startsWith(stem); ++it)
+        found.push_back(&*it);
+    std::sort(found.begin(), found.end(),
+              [](const Entry* a, const Entry* b) { return a->order < b->order; });
+    QStringList out;
+    for (const Entry* e : found)
+        out.append(e->path);
+    return out;
 }
 
 QStringList PartFileCandidates(const QString& messagePath, const QList<QString>& partFiles) {

@@ -17,6 +17,7 @@
 #include <QtGlobal>
 
 #include <cstring>
+#include <vector>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -115,6 +116,26 @@ qint64 SatSub(qint64 a, qint64 b);
 // without "partial.emlx" (so "/a/12.partial.emlx" takes "/a/12.2.emlxpart"
 // but not "/a/112.2.emlxpart"), in list order.
 QStringList PartFileCandidates(const QString& messagePath, const QList<QString>& partFiles);
+
+// The same look-up for many messages of one store without going through
+// every .emlxpart file for each: the files sorted once, and those whose
+// path starts with the message's stem found by binary search (a file of the
+// store whose path holds the stem anywhere but at its start would be in
+// another folder than the message's, which the store's layout rules out).
+// Candidates() gives a short list that PartFileCandidates narrows no
+// further, in the order of `partFiles`.
+class PartFileIndex {
+public:
+    explicit PartFileIndex(const QStringList& partFiles);
+    QStringList Candidates(const QString& messagePath) const;
+
+private:
+    struct Entry {
+        QString path;
+        int order;
+    };
+    std::vector<Entry> m_sorted;
+};
 
 // Sixteen bytes at a time, for the hot loops of both readers, with the
 // vector types of GCC and Clang. Comparisons give 0 or -1 in each byte.

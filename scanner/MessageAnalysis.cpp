@@ -54,8 +54,12 @@ Analysis AnalyseMessageFile(MessageFile& file, const QString& path, const QStrin
     const QVector<FoundAttachment> attachments = FindAttachments(file, levels, path, partFiles);
     item->attachments.reserve(attachments.size());
     item->size = file.Size();
+    item->SetPath(path);
     for (const FoundAttachment& a : attachments) {
-        item->attachments.append({a.start, a.end, a.name, a.partFile, a.decoded, a.missing});
+        item->attachments.append(
+            {a.start, a.end, a.name,
+             a.partFile.isEmpty() ? QString() : item->PartFileRelative(a.partFile), a.decoded,
+             a.missing});
         if (!a.partFile.isEmpty())
             item->size += QFileInfo(a.partFile).size();
     }

@@ -1,5 +1,6 @@
 #include "scanner/Store.h"
 
+#include <QFileInfo>
 #include <QRegularExpression>
 
 FldrAtrib* Store::Folder(quint64 id) {
@@ -110,4 +111,25 @@ QVector<quint64> Store::TickedFolders() const {
         if (f.ucTickState == kTicked)
             ids.append(f.ullId);
     return ids;
+}
+
+void MailItem::SetPath(const QString& path, const QString& sharedDir) {
+    const int slash = path.lastIndexOf(QLatin1Char('/'));
+    const QStringRef folder = path.leftRef(qMax(slash, 0));
+    dir = folder == sharedDir ? sharedDir : folder.toString();
+    fileName = path.mid(slash + 1);
+}
+
+QString MailItem::PartFilePath(const AttachmentEntry& a) const {
+    if (a.partFile.isEmpty() || a.partFile.startsWith(QLatin1Char('/')))
+        return a.partFile;
+    return dir.left(qMax(dir.lastIndexOf(QLatin1Char('/')), 0)) + QLatin1Char('/') + a.partFile;
+}
+
+QString MailItem::PartFileRelative(const QString& path) const {
+    const QStringRef above = dir.leftRef(qMax(dir.lastIndexOf(QLatin1Char('/')), 0));
+    if (!above.isEmpty() && path.size() > above.size() + 1 && path.startsWith(above) &&
+        path.at(above.size()) == QLatin1Char('/'))
+        return path.mid(above.size() + 1);
+    return QFileInfo(path).absoluteFilePath();
 }

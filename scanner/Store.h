@@ -23,7 +23,11 @@ struct AttachmentEntry {
     qint64 llStart = 0; // first byte of the part's body in the message file
     qint64 llEnd = 0;   // end of the body (a position, or a length for a level's last part)
     QString name;       // display name
-    QString partFile;   // the detached part's file, or empty
+    // The detached part's file, or empty: relative to the folder above the
+    // message's folder ("Messages/12.2.emlxpart", "Attachments/12/2/a.pdf"),
+    // or a full path (starting with "/") when it lies elsewhere. The whole
+    // path is PartFilePath().
+    QString partFile;
     // partFile is Mail's decoded copy under Attachments, not an .emlxpart
     // file holding the encoded body.
     bool decoded = false;
@@ -43,7 +47,10 @@ struct MailItem {
     QByteArray transferEncoding; // of the text body stored last; null: none found
     qint64 llHtmlStart = 0, llHtmlEnd = 0;
     qint64 llPlainStart = 0, llPlainEnd = 0;
-    QString path;          // the message file
+    // The message file: its folder (one string, shared by the messages
+    // of a folder) and its name. The whole path is Path().
+    QString dir;
+    QString fileName;
     quint64 ullNumber = 0; // message number (the file name up to its first ".")
     qint32 iPriority = 0;  // first digit of X-Priority, 0 when none
     // False for the file a scan ended at because it could not be read: its
@@ -60,6 +67,16 @@ struct MailItem {
     QVector<AttachmentEntry> attachments;
 
     bool HasAttachments() const { return !attachments.isEmpty(); }
+    QString Path() const {
+        return fileName.isEmpty() ? QString() : dir + QLatin1Char('/') + fileName;
+    }
+    // Sets dir and fileName; `sharedDir`, when it is the same folder, is
+    // taken instead of a new copy.
+    void SetPath(const QString& path, const QString& sharedDir = QString());
+    // The part's file, whole.
+    QString PartFilePath(const AttachmentEntry& a) const;
+    // What to keep as AttachmentEntry::partFile for the file at `path`.
+    QString PartFileRelative(const QString& path) const;
 };
 
 // What a message list shows of it besides the subject.

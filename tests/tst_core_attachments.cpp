@@ -30,7 +30,7 @@ QVector<Entry> Analyse(const QString& path, const QStringList& partFiles = {}) {
     QVector<Entry> out;
     if (AnalyseMessageFile(file, path, partFiles, &item) == Analysis::Message)
         for (const AttachmentEntry& a : item.attachments)
-            out.append({a.name, a.partFile, a.llStart, a.llEnd});
+            out.append({a.name, item.PartFilePath(a), a.llStart, a.llEnd});
     return out;
 }
 } // namespace

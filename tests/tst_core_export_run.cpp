@@ -105,7 +105,7 @@ private:
                                           : Message(i + 1))))
                 qFatal("cannot write %s", qPrintable(path));
             MailItem item;
-            item.path = path;
+            item.SetPath(path);
             store.Folder(502 + kMessages[i].first)->messages.push_back(item);
         }
         store.listOfPathOfEmlxPart = QStringList{m_store + kPartFile};

@@ -241,7 +241,7 @@ private slots:
         QCOMPARE(FolderCounts(yours.store), (QStringList{"Yours:0", "Yours/Sub:40"}));
         for (const FldrAtrib& f : mine.store.Folders())
             for (const MailItem& m : f.messages)
-                QVERIFY(m.subject == "mine\n" && m.path.startsWith(m_store + "/"));
+                QVERIFY(m.subject == "mine\n" && m.Path().startsWith(m_store + "/"));
         QCOMPARE(mine.store.Folder(502)->name, QStringLiteral("Mine"));
         QCOMPARE(yours.store.Folder(502)->name, QStringLiteral("Yours"));
     }

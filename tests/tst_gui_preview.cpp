@@ -33,7 +33,7 @@ MailItem Analysed(const QString& path, const QByteArray& message) {
     MessageFile file;
     MailItem item;
     AnalyseMessageFile(file, path, {}, &item);
-    item.path = path;
+    item.SetPath(path);
     return item;
 }
 
@@ -90,9 +90,9 @@ private slots:
         QFETCH(bool, html);
         QFETCH(QString, expected);
         const MailItem m = Analysed(dir.path() + "/body.emlx", message);
-        const QString text = html ? DecodeBodyRange(m.path, m.llHtmlStart, m.llHtmlEnd,
+        const QString text = html ? DecodeBodyRange(m.Path(), m.llHtmlStart, m.llHtmlEnd,
                                                     m.transferEncoding, m.htmlCharset)
-                                  : DecodeBodyRange(m.path, m.llPlainStart, m.llPlainEnd,
+                                  : DecodeBodyRange(m.Path(), m.llPlainStart, m.llPlainEnd,
                                                     m.transferEncoding, m.plainCharset);
         QCOMPARE(text, expected);
     }

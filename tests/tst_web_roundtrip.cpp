@@ -131,7 +131,7 @@ private slots:
             const FldrAtrib* inbox = nullptr;
             for (const FldrAtrib& f : w.m_store.Folders())
                 for (const MailItem& m : f.messages)
-                    if (m.path == broken)
+                    if (m.Path() == broken)
                         inbox = &f;
             QVERIFY(inbox);
             w.ShowindivisualMailItemsInfo(w.FolderItem(inbox->ullId), 0);

@@ -294,7 +294,7 @@ private slots:
             MailItem m;
             m.ullNumber = 7; // the same number three times
             m.subject = QStringLiteral("Message %1").arg(i);
-            m.path = file;
+            m.SetPath(file);
             if (i == 2) {
                 m.attachments.append({body, body + 5, "a.png", QString(), false, false});
                 m.attachments.append({body, body, "gone.pdf", QString(), false, true});

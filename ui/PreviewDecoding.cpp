@@ -180,23 +180,24 @@ QStringList WriteAttachments(const MailItem& item, const QString& folder) {
             continue;
         }
         Base64Sink sink(out);
-        if (!a.partFile.isEmpty() && a.decoded) {
+        const QString partFile = item.PartFilePath(a);
+        if (!partFile.isEmpty() && a.decoded) {
             // Mail's decoded copy: copied as it is.
             QFile part;
-            if (OpenStoreFile(part, a.partFile, false)) {
+            if (OpenStoreFile(part, partFile, false)) {
                 QByteArray chunk;
                 while (!(chunk = part.read(65536)).isEmpty())
                     fwrite(chunk.constData(), 1, size_t(chunk.size()), out);
             }
-        } else if (!a.partFile.isEmpty()) {
+        } else if (!partFile.isEmpty()) {
             // A detached part: its whole file is the body.
             QFile part;
-            if (OpenStoreFile(part, a.partFile))
+            if (OpenStoreFile(part, partFile))
                 while (!part.atEnd())
                     sink.add(part.readLine(65536));
         } else {
             QFile message;
-            if (OpenStoreFile(message, item.path) && message.seek(a.llStart)) {
+            if (OpenStoreFile(message, item.Path()) && message.seek(a.llStart)) {
                 // The first line is always read; the end of a level's last part
                 // is a length, not a position, and may lie before the start.
                 QByteArray chunk;

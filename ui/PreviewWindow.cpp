@@ -528,11 +528,11 @@ void PreviewWindow::OnMessageSubjectClicked(QTreeWidgetItem* item, int) {
 
     // The HTML body when there is one, otherwise the plain one.
     if (mail.llHtmlStart && mail.llHtmlEnd) {
-        m_pTextBrowser->ShowBody(DecodeBodyRange(mail.path, mail.llHtmlStart, mail.llHtmlEnd,
+        m_pTextBrowser->ShowBody(DecodeBodyRange(mail.Path(), mail.llHtmlStart, mail.llHtmlEnd,
                                                  mail.transferEncoding, mail.htmlCharset),
                                  true);
     } else if (mail.llPlainStart && mail.llPlainEnd) {
-        m_pTextBrowser->ShowBody(DecodeBodyRange(mail.path, mail.llPlainStart, mail.llPlainEnd,
+        m_pTextBrowser->ShowBody(DecodeBodyRange(mail.Path(), mail.llPlainStart, mail.llPlainEnd,
                                                  mail.transferEncoding, mail.plainCharset),
                                  false);
     }
