@@ -294,8 +294,31 @@ private:
         int o = 0;
         quint32 quad = m_quad;
         int n = m_quadSize;
+        auto value = [&](qint64 i) { return values[static_cast<unsigned char>(data[i])]; };
         for (qint64 i = 0; i < size; ++i) {
-            const int v = values[static_cast<unsigned char>(data[i])];
+            // Whole groups of four at a time, until a character outside the
+            // alphabet (a line break) comes.
+            if (n == 0) {
+                while (i + 4 <= size && o + 3 <= int(sizeof out)) {
+                    const int a = value(i), b = value(i + 1), c = value(i + 2), d = value(i + 3);
+                    if ((a | b | c | d) < 0)
+                        break;
+                    const quint32 q =
+                        quint32(a) << 18 | quint32(b) << 12 | quint32(c) << 6 | quint32(d);
+                    out[o] = char(q >> 16);
+                    out[o + 1] = char(q >> 8);
+                    out[o + 2] = char(q);
+                    o += 3;
+                    i += 4;
+                }
+                if (o == int(sizeof out)) {
+                    Out(out, o);
+                    o = 0;
+                }
+                if (i >= size)
+                    break;
+            }
+            const int v = value(i);
             if (v < 0)
                 continue;
             quad = (quad << 6) | quint32(v);
@@ -616,6 +639,7 @@ qint64 PlainLinesAt(const char* data, qint64 size) {
 struct MessageDigester::State {
     bool decode;
     bool copies;
+    bool decodeBase64 = false;
     // The line being read across pieces: held whole up to a size, then
     // passed on in pieces.
     QByteArray line;
@@ -726,7 +750,7 @@ struct MessageDigester::State {
             d.encoding = headers.encoding;
             d.name = headers.name;
             d.detached = headers.detached;
-            leaf.Start(d, decode, copies);
+            leaf.Start(d, decode || (decodeBase64 && d.encoding == "base64"), copies);
             inLeaf = true;
             mode = LeafBody;
             if (d.detached && findBody) {
@@ -837,9 +861,10 @@ struct MessageDigester::State {
     }
 };
 
-MessageDigester::MessageDigester(bool decode, bool copies) : d(new State) {
+MessageDigester::MessageDigester(bool decode, bool copies, bool decodeBase64) : d(new State) {
     d->decode = decode;
     d->copies = copies;
+    d->decodeBase64 = decodeBase64;
 }
 
 MessageDigester::~MessageDigester() {
@@ -907,12 +932,13 @@ MessageDigest MessageDigester::Finish(bool lastLineTrailer) {
     out.header = d->header.Value();
     out.headerCopied = d->copies ? d->headerCopied.Value() : out.header;
     out.unreadable = d->unreadable;
-    const bool decode = d->decode, copies = d->copies;
+    const bool decode = d->decode, copies = d->copies, decodeBase64 = d->decodeBase64;
     DetachedBodies find = std::move(d->findBody);
     delete d;
     d = new State;
     d->decode = decode;
     d->copies = copies;
+    d->decodeBase64 = decodeBase64;
     d->findBody = std::move(find);
     return out;
 }

@@ -85,7 +85,10 @@ public:
     // look at a message that differs). `copies`: work out the digests of
     // what the default copy makes of the lines (a package's messages need
     // none: they are what was written); without, they equal the raw ones.
-    explicit MessageDigester(bool decode, bool copies = true);
+    // `decodeBase64`: digest the decoded bytes of base64 leaves (a
+    // package's parts that were put back from Mail's decoded copies are
+    // compared with those copies so, without a second reading).
+    explicit MessageDigester(bool decode, bool copies = true, bool decodeBase64 = false);
     ~MessageDigester();
     MessageDigester(const MessageDigester&) = delete;
     MessageDigester& operator=(const MessageDigester&) = delete;

@@ -47,7 +47,10 @@ bool ReadMbox(const QString& path, bool decode, const std::atomic<bool>& stop, E
         return false;
     const QByteArray sep = MboxWriter::Separator();
     const QByteArray nlSep = '\n' + sep;
-    MessageDigester digester(decode, false);
+    // Base64 parts are decoded on the first reading: a part put back from
+    // Mail's decoded copy is then compared with that copy without reading
+    // the message again.
+    MessageDigester digester(decode, false, true);
     QByteArray buf;
     qint64 base = from;       // file position of buf[0]
     qint64 cursor = 0;        // bytes of buf handed on
@@ -304,16 +307,19 @@ public:
 
 private:
     // The parts' bytes are decoded only where their lines differ in a way
-    // the copy does not explain (a part put back from Mail's decoded copy is
-    // always encoded anew).
+    // the copy does not explain. A part put back from Mail's decoded copy
+    // is encoded anew: in base64 its decoded bytes are known from the first
+    // reading; in another encoding it takes a second look.
     static bool NeedsSecondLook(const MessageDigest& s, const MessageDigest& p) {
         if (s.leaves.size() != p.leaves.size())
             return true;
         for (int i = 0; i < s.leaves.size(); ++i) {
             const LeafDigest& a = s.leaves[i];
             const LeafDigest& b = p.leaves[i];
-            if (a.section != b.section || a.source == BodySource::DecodedFile ||
-                (a.raw != b.raw && a.copied != b.raw))
+            if (a.section != b.section)
+                return true;
+            if (a.source == BodySource::DecodedFile ? a.decoded != b.decoded
+                                                    : a.raw != b.raw && a.copied != b.raw)
                 return true;
         }
         return false;
