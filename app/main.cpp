@@ -4,7 +4,18 @@
 
 #include <QApplication>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 int main(int argc, char** argv) {
+#ifdef __GLIBC__
+    // The scan's helper threads make what the store keeps; with an arena of
+    // its own for each thread, the freed working memory between those
+    // strings is held by every arena (30 % more at 100,000 messages). Two
+    // arenas cost no time on this work.
+    mallopt(M_ARENA_MAX, 2);
+#endif
     // Qt WebEngine needs shared OpenGL contexts before the application exists.
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     auto* app = new QApplication(argc, argv);

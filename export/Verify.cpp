@@ -17,6 +17,7 @@
 
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <unistd.h>
@@ -254,8 +255,38 @@ struct Source {
     MessageDigest digest;
     bool read = false;
     bool matched = false;
-    QString reason;      // why it could not be read
-    QString notAMessage; // why it holds no message
+    QString reason;         // why it could not be read
+    QString notAMessage;    // why it holds no message
+    Source* next = nullptr; // the next one with the same key, in a SourceQueues
+};
+
+// The store's messages by key, each key's in the store's order: a list
+// through the messages themselves, so a store's worth of keys takes no
+// container per key.
+class SourceQueues {
+public:
+    void Append(Source* s) {
+        s->next = nullptr;
+        Queue& q = m_queues[s->digest.key];
+        (q.head ? q.tail->next : q.head) = s;
+        q.tail = s;
+    }
+    // The first one waiting with `key`, taken out; null when there is none.
+    Source* Take(quint64 key) {
+        auto it = m_queues.find(key);
+        if (it == m_queues.end() || !it->head)
+            return nullptr;
+        Source* s = it->head;
+        it->head = s->next;
+        return s;
+    }
+
+private:
+    struct Queue {
+        Source* head = nullptr;
+        Source* tail = nullptr;
+    };
+    QHash<quint64, Queue> m_queues;
 };
 
 QString PartName(const LeafDigest& leaf) {
@@ -277,7 +308,8 @@ QStringList CopyChanges(bool eightBit, bool nul, bool marker) {
 
 class Comparison {
 public:
-    Comparison(const VerifyJob& job, VerifyResult& result) : m_job(job), m_result(result) {}
+    Comparison(const VerifyJob& job, QList<VerifyFinding>& findings)
+        : m_job(job), m_findings(findings) {}
 
     // Compares a message found where it belongs; returns 0 verified, 1
     // changed as expected, 2 fault.
@@ -302,7 +334,7 @@ public:
 
     void Fault(const Source& s, const QString& mbox, const QString& kind, const QString& part,
                const QString& detail) {
-        m_result.findings.append({true, kind, s.path, part, mbox, detail});
+        m_findings.append({true, kind, s.path, part, mbox, detail});
     }
 
 private:
@@ -337,7 +369,7 @@ private:
                 return;
             }
             for (const QString& k : kinds) {
-                m_result.findings.append({false, k, s.path, part, pkg.file, DescribeChange(k)});
+                m_findings.append({false, k, s.path, part, pkg.file, DescribeChange(k)});
                 worst = std::max(worst, 1);
             }
         };
@@ -358,10 +390,10 @@ private:
             const LeafDigest* p = packageLeaves.take(l.section);
             const QString part = PartName(l);
             if (l.source == BodySource::NotInStore) {
-                m_result.findings.append({false, QStringLiteral("not in the store"), s.path, part,
-                                          pkg.file,
-                                          QStringLiteral("Mail kept this part apart and the "
-                                                         "store holds it in neither form")});
+                m_findings.append({false, QStringLiteral("not in the store"), s.path, part,
+                                   pkg.file,
+                                   QStringLiteral("Mail kept this part apart and the "
+                                                  "store holds it in neither form")});
                 worst = std::max(worst, 1);
                 continue;
             }
@@ -393,7 +425,7 @@ private:
     }
 
     const VerifyJob& m_job;
-    VerifyResult& m_result;
+    QList<VerifyFinding>& m_findings;
     const std::atomic<bool> m_never{false};
 };
 
@@ -454,11 +486,12 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
                 it = folderOf.insert(mbox, result.folders.size());
                 result.folders.append({mbox});
             }
-            sources.push_back({path, mbox, *it, {}, false, false, {}, {}});
+            // The folder's mbox path, one string for all its messages.
+            sources.push_back({path, it.key(), *it, {}, false, false, {}, {}});
         }
     }
     progress.OnShowingScanProgBar();
-    progress.OnSettingsForPrgBar(static_cast<unsigned long>(sources.size()),
+    progress.OnSettingsForPrgBar(static_cast<unsigned long>(2 * sources.size()),
                                  QStringLiteral("Verifying the package. Please Wait..."));
 
     QStringList mboxes;
@@ -473,55 +506,42 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
         mboxes.sort();
     }
 
-    // Every store file and every mbox file is read once. This thread takes
-    // the store's files from the front of the list (it reports progress),
-    // the other threads take the mbox files from its back; whoever runs out
-    // first goes on with the rest of the other end.
-    std::vector<std::vector<MessageDigest>> packageMessages(size_t(mboxes.size()));
-    const int tasks = int(sources.size()) + mboxes.size();
-    std::mutex taskLock;
-    int front = 0, back = tasks;
-    auto take = [&](bool fromFront) {
-        std::lock_guard<std::mutex> lock(taskLock);
-        if (front >= back || stop)
-            return -1;
-        return fromFront ? front++ : --back;
-    };
-    std::atomic<int> sourcesRead{0};
-    auto work = [&](bool fromFront) {
-        for (int t; (t = take(fromFront)) >= 0;) {
-            if (t < int(sources.size())) {
-                Source& s = sources[size_t(t)];
-                s.read = DigestSource(s.path, false, &s.digest, &s.reason, &s.notAMessage);
-                ++sourcesRead;
-            } else {
-                const int m = t - int(sources.size());
-                ReadMbox(mboxes.at(m), false, stop, [&](MessageDigest d) {
-                    packageMessages[size_t(m)].push_back(std::move(d));
-                });
-            }
-            if (fromFront)
-                return t;
-        }
-        return -1;
-    };
-    std::vector<std::thread> helpers;
-    const unsigned cores = std::max(2u, std::thread::hardware_concurrency());
-    for (unsigned i = 1; i < cores; ++i)
-        helpers.emplace_back([&] { work(false); });
-    int reported = 0;
+    // Every store file and every mbox file is read once, both cores busy:
+    // first the store's files, then the mbox files, each compared message
+    // by message as it is read (the package's digests are not kept). This
+    // thread reports progress: a step for each store file read and one for
+    // each message of the package.
+    std::atomic<unsigned long> steps{0};
+    unsigned long reported = 0;
     auto report = [&] {
-        for (const int read = sourcesRead; reported < read; ++reported)
+        for (const unsigned long done = std::min<unsigned long>(steps, 2 * sources.size());
+             reported < done; ++reported)
             progress.CurrentValue();
     };
-    while (work(true) >= 0)
+    // Runs each(i) for i in [0, n) on every core; this thread reports.
+    auto inParallel = [&](int n, const std::function<void(int)>& each) {
+        std::atomic<int> next{0};
+        auto work = [&](bool reporting) {
+            for (int i; !stop && (i = next++) < n;) {
+                each(i);
+                if (reporting)
+                    report();
+            }
+        };
+        std::vector<std::thread> helpers;
+        const unsigned cores = std::max(2u, std::thread::hardware_concurrency());
+        for (unsigned c = 1; c < cores; ++c)
+            helpers.emplace_back([&] { work(false); });
+        work(true);
+        for (std::thread& t : helpers)
+            t.join();
         report();
-    for (std::thread& t : helpers)
-        t.join();
-    report();
-    QHash<QString, std::vector<MessageDigest>> package; // mbox -> messages in order
-    for (int m = 0; m < mboxes.size(); ++m)
-        package.insert(mboxes.at(m), std::move(packageMessages[size_t(m)]));
+    };
+    inParallel(int(sources.size()), [&](int i) {
+        Source& s = sources[size_t(i)];
+        s.read = DigestSource(s.path, false, &s.digest, &s.reason, &s.notAMessage);
+        ++steps;
+    });
 
     auto count = [&](int folder, int outcome) {
         if (folder < 0)
@@ -548,41 +568,65 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
     }
 
     // Each message of an mbox file takes the first message of the store
-    // that should be there and has its key.
-    Comparison compare(job, result);
-    QHash<QString, QHash<quint64, std::deque<Source*>>> waiting; // mbox -> key -> sources
-    for (Source& s : sources)
-        if (s.read && !s.matched)
-            waiting[s.mbox][s.digest.key].push_back(&s);
+    // that should be there and has its key. Each mbox file has its own
+    // queues and its own findings, put together in the mbox files' order.
+    QHash<QString, int> mboxIndex;
+    for (int m = 0; m < mboxes.size(); ++m)
+        mboxIndex.insert(mboxes.at(m), m);
+    std::vector<SourceQueues> waiting(size_t(mboxes.size())); // key -> sources
+    for (Source& s : sources) {
+        const auto m = mboxIndex.constFind(s.mbox);
+        if (s.read && !s.matched && m != mboxIndex.constEnd())
+            waiting[size_t(*m)].Append(&s);
+    }
     struct Stray {
-        const MessageDigest* digest;
+        quint64 key;
+        bool empty;
+        qint64 begin;
         QString mbox;
     };
-    QList<Stray> strays;
-    for (const QString& mbox : qAsConst(mboxes)) {
-        auto& here = waiting[mbox];
-        for (const MessageDigest& p : package[mbox]) {
-            auto found = here.find(p.key);
-            if (found == here.end() || found->empty()) {
-                strays.append({&p, mbox});
-                continue;
+    struct MboxOutcome {
+        QList<VerifyFinding> findings;
+        std::vector<std::pair<int, int>> counts; // folder, outcome
+        std::vector<Stray> strays;
+    };
+    std::vector<MboxOutcome> outcomes(size_t(mboxes.size()));
+    inParallel(mboxes.size(), [&](int m) {
+        const QString& mbox = mboxes.at(m);
+        MboxOutcome& outcome = outcomes[size_t(m)];
+        auto& here = waiting[size_t(m)];
+        Comparison compare(job, outcome.findings);
+        ReadMbox(mbox, false, stop, [&](MessageDigest p) {
+            ++steps;
+            Source* s = here.Take(p.key);
+            if (!s) {
+                outcome.strays.push_back({p.key, p.empty, p.begin, mbox});
+                return;
             }
-            Source* s = found->front();
-            found->pop_front();
             s->matched = true;
-            count(s->folder, compare.Compare(*s, p));
-        }
+            outcome.counts.emplace_back(s->folder, compare.Compare(*s, p));
+        });
+    });
+    if (stop) {
+        result.stopped = true;
+        return result;
     }
+    Comparison compare(job, result.findings);
+    std::vector<Stray> strays;
+    for (MboxOutcome& o : outcomes) {
+        result.findings.append(o.findings);
+        for (const auto& c : o.counts)
+            count(c.first, c.second);
+        strays.insert(strays.end(), o.strays.begin(), o.strays.end());
+    }
+    outcomes.clear();
     // A message found in another mbox file than its own; else an extra one.
-    QHash<quint64, std::deque<Source*>> anywhere;
+    SourceQueues anywhere;
     for (Source& s : sources)
         if (s.read && !s.matched)
-            anywhere[s.digest.key].push_back(&s);
+            anywhere.Append(&s);
     for (const Stray& stray : strays) {
-        auto found = anywhere.find(stray.digest->key);
-        if (found != anywhere.end() && !found->empty()) {
-            Source* s = found->front();
-            found->pop_front();
+        if (Source* s = anywhere.Take(stray.key)) {
             s->matched = true;
             compare.Fault(*s, stray.mbox, QStringLiteral("in another folder"), QString(),
                           QStringLiteral("found in ") + stray.mbox +
@@ -591,9 +635,9 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
             continue;
         }
         result.findings.append(
-            {true, stray.digest->empty ? QStringLiteral("empty message") : QStringLiteral("extra"),
-             stray.mbox + QStringLiteral(" at byte ") + QString::number(stray.digest->begin),
-             QString(), stray.mbox,
+            {true, stray.empty ? QStringLiteral("empty message") : QStringLiteral("extra"),
+             stray.mbox + QStringLiteral(" at byte ") + QString::number(stray.begin), QString(),
+             stray.mbox,
              QStringLiteral("a message the chosen folders of the store do not "
                             "hold")});
         ++result.faults;

@@ -54,6 +54,11 @@ void AnnounceItem(RunProgress& progress, FldrAtrib& folder, const QString& numbe
     folder.iLabelState = 2;
 }
 
+Store Finished(Store& store) {
+    store.Compact();
+    return std::move(store);
+}
+
 } // namespace
 
 Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
@@ -65,10 +70,10 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
     StoreListing listing = ListStoreFiles(m_strInputfilepath);
     if (!listing.error.isEmpty()) {
         result.EndAt(RunResult::Ending::Failed, m_strInputfilepath, listing.error, 0);
-        return store;
+        return Finished(store);
     }
     store.listOfPathOfEmlxPart = std::move(listing.parts);
-    const QVector<FoundEntry>& list = listing.messages;
+    QVector<FoundEntry>& list = listing.messages;
 
     for (const FoundEntry& entry : list)
         if (IsMessageEntry(entry) && !IsAppleDoubleName(entry.path))
@@ -96,6 +101,10 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
     QString lastDir;      // the last message's folder, shared by the next ones of it
     quint64 taken = 0;    // message entries taken from the list so far
     for (int i = 0; i < list.size(); ++i) {
+        // The listing's paths go as the store takes their messages (with
+        // their folders shared): the two are not held whole at once.
+        if (i > 0)
+            list[i - 1] = FoundEntry();
         readAhead(i);
         if (stop) {
             result.ending = RunResult::Ending::Stopped;
@@ -114,7 +123,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
             if (!options.keepGoing) {
                 result.EndAt(RunResult::Ending::UnreadableFile, line, entry.error,
                              result.total - taken + 1);
-                return store;
+                return Finished(store);
             }
             result.Skip(line, entry.error);
             progress.CurrentValue();
@@ -134,6 +143,15 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
             builder.treeCreator(
                 FolderPartsForMessage(line, options.m_strDefaultMailPath, m_strInputfilepath));
             lastFolderOf = folderOf;
+            // Room for the messages of this file's folder, which follow it
+            // in the listing: the list does not grow into spare room.
+            if (FldrAtrib* folder = store.Folder(builder.llParentIdRunning)) {
+                int n = 1;
+                while (i + n < list.size() && list.at(i + n).path.startsWith(folderOf) &&
+                       list.at(i + n).path.indexOf(QLatin1Char('/'), folderOf.size()) < 0)
+                    ++n;
+                folder->messages.reserve(folder->messages.size() + size_t(n));
+            }
         }
         if (currentFolder != builder.llParentIdRunning)
             progress.ClearLeftTree();
@@ -175,11 +193,11 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
         // keeps its place without being announced.
         if (!opened) {
             result.EndAt(RunResult::Ending::UnreadableFile, line, why, result.total - taken + 1);
-            return store;
+            return Finished(store);
         }
         AnnounceItem(progress, *folder, numberText);
         result.Count(folder->path);
         progress.CurrentValue();
     }
-    return store;
+    return Finished(store);
 }

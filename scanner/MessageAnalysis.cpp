@@ -68,6 +68,13 @@ Analysis AnalyseMessageFile(MessageFile& file, const QString& path, const QStrin
     item->to = h.to;
     item->from = h.from;
     item->subject = h.subject;
+    // A store keeps these for every message: no room to spare in them.
+    for (QString* text : {&item->to, &item->from, &item->subject})
+        text->squeeze();
+    for (AttachmentEntry& a : item->attachments) {
+        a.name.squeeze();
+        a.partFile.squeeze();
+    }
     if (h.dateFound)
         item->date = Found(FormatMailDate(h.date));
     if (!h.priority.isEmpty())

@@ -21,6 +21,11 @@ quint64 Store::MessageCount() const {
     return n;
 }
 
+void Store::Compact() {
+    for (FldrAtrib& f : m_folders)
+        f.messages.shrink_to_fit();
+}
+
 FldrAtrib* Store::AddFolder(quint64 parentId, quint64 id, const QString& name, FolderKind kind) {
     if (m_folders.empty()) {
         FldrAtrib root;

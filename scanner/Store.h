@@ -14,7 +14,6 @@
 #include <QStringList>
 #include <QVector>
 
-#include <deque>
 #include <optional>
 #include <vector>
 
@@ -109,9 +108,9 @@ struct FldrAtrib {
     // 0 until the first message of the folder was announced, then 2.
     qint32 iLabelState = 0;
     QVector<quint64> children; // in order of creation
-    // In the order the scan attached them. A deque grows without moving
-    // what it holds: no spare room or copy the size of a large folder.
-    std::deque<MailItem> messages;
+    // In the order the scan attached them; without spare room once the
+    // scan is over (Store::Compact).
+    std::vector<MailItem> messages;
 
     quint64 MsgCount() const { return messages.size(); }
 };
@@ -150,6 +149,8 @@ public:
         return m_folders.empty() ? nullptr : &m_folders.back();
     }
     quint64 MessageCount() const;
+    // Gives back the room the folders' message lists grew into.
+    void Compact();
 
     // Adds the folder `id` (the next free identifier) below `parentId`. The
     // root "Mailbox" (501, not ticked) is made first when the store is
