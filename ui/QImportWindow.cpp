@@ -2,8 +2,6 @@
 #include "ui/PlistStrings.h"
 #include "ui_ImportMsgDlg.h"
 
-#include <QProcess>
-
 QImportWindow::QImportWindow(QWidget* parent) : QDialog(parent), ui(new Ui::ImportMsgDlg) {
     ui->setupUi(this);
     setAttribute(Qt::WA_DeleteOnClose);
@@ -37,20 +35,11 @@ void QImportWindow::HTImport() {
     ui->ImportLabel->setText(QStringLiteral("<a href=\"") + link + QStringLiteral("\">") +
                              values.value(QStringLiteral("HowToImport")).toHtmlEscaped() +
                              QStringLiteral("</a>"));
-    if (!m_resources.strDefaultBrowser.isEmpty()) {
-        connect(ui->ImportLabel, &QLabel::linkActivated, this, &QImportWindow::BrowserForImport);
-    } else {
-        ui->ImportLabel->setOpenExternalLinks(true);
-    }
+    // The help page opens in the user's browser (QDesktopServices).
+    ui->ImportLabel->setOpenExternalLinks(true);
     QFont font(QStringLiteral("Lucida Grande"));
     ui->ImportLabel->setFont(font);
     ui->InfoLabels->setFont(font);
-}
-
-void QImportWindow::BrowserForImport(QString link) {
-    // The browser is started directly, with the link as its argument.
-    QProcess::startDetached(QStringLiteral("open"),
-                            {QStringLiteral("-a"), m_resources.strDefaultBrowser, link});
 }
 
 void QImportWindow::HideDlg() {

@@ -23,7 +23,6 @@ public:
                                const QString& details = QString());
 
     void HTImport();
-    void BrowserForImport(QString link);
     void HideDlg();
 
     Ui::ImportMsgDlg* ui;

@@ -7,9 +7,8 @@
 #include <QString>
 
 struct ResourcePaths {
-    QString strPlistPath;      // <Resources>/PellomarLink.plist
-    QString HelpFilePath;      // <Resources>
-    QString strDefaultBrowser; // empty: links open through the platform
+    QString strPlistPath; // <Resources>/PellomarLink.plist
+    QString HelpFilePath; // <Resources>
 
     // The Resources folder one folder up from the executable's.
     static ResourcePaths FromApplication() {
