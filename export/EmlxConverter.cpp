@@ -13,8 +13,15 @@
 
 #include <QHash>
 #include <QSet>
+#include <QThread>
 
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
 #include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 ExportJob ExportJob::Ticked(const Store& store, const QString& destination, const QDateTime& when,
                             const RunOptions& options) {
@@ -41,6 +48,158 @@ void ExportRun::Run(RunProgress& progress, const std::atomic<bool>& stop) {
     verification = Verify(m_store, check, progress, stop);
 }
 
+namespace {
+
+// A message to convert (none: one that is only counted), and the messages
+// from it on (what a run that ends at it leaves undone).
+struct Task {
+    QString path;
+    quint64 left = 0;
+};
+
+// Reads one message and converts it into `lane`; what became of it follows
+// it there, to be added to the result in its place.
+void ConvertMessage(const Task& task, MboxWriteQueue::Lane& lane, const ExportJob& job,
+                    const emlx::PartFileIndex& partFiles) {
+    const QString& path = task.path;
+    const quint64 left = task.left;
+    if (path.isEmpty()) {
+        lane.ReportOnly([](RunResult&) { return true; });
+        return;
+    }
+    QFile message;
+    QString reason;
+    // A message file that cannot be read is skipped when the user asked for
+    // it, and otherwise ends the export.
+    if (!MboxWriter::OpenForReading(message, path, &reason)) {
+        if (job.options.keepGoing) {
+            lane.ReportOnly([=](RunResult& r) {
+                r.Skip(path, reason);
+                return true;
+            });
+        } else {
+            lane.ReportOnly([=](RunResult& r) {
+                r.EndAt(RunResult::Ending::UnreadableFile, path, reason, left);
+                return false;
+            });
+        }
+        return;
+    }
+    // A file that holds no message is passed over, never written.
+    const QByteArray first = message.read(512);
+    const QString junk = WhyNotAMessage(path, first.constData(), first.size());
+    if (!junk.isEmpty() || !message.seek(0)) {
+        lane.ReportOnly([=](RunResult& r) {
+            r.notMessages.append({path, junk});
+            return true;
+        });
+        return;
+    }
+    const bool partial = path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
+    RemovedParts removed(path, partial ? partFiles.Candidates(path) : QStringList());
+    lane.BeginMessage(path);
+    const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
+        message, lane.Device(), partial, partial ? removed.PartFiles() : QStringList(), job.options,
+        MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
+    auto report = [path, copy, left](RunResult& r) {
+        for (const RunResult::Skipped& part : copy.skippedParts)
+            r.Skip(part.path, part.reason);
+        r.partsFromEmlxpart += copy.partsFromEmlxpart;
+        r.partsFromAttachments += copy.partsFromAttachments;
+        for (const QString& name : copy.missingParts)
+            r.missingParts.append({path, name});
+        // A detached part that cannot be read ends the export; what was
+        // written so far is kept.
+        if (copy.complete)
+            return true;
+        r.EndAt(RunResult::Ending::UnreadableFile, copy.failedPart, copy.reason, left);
+        return false;
+    };
+    if (copy.complete)
+        lane.EndMessage({copy.converted, copy.droppedLines, copy.cutLines}, report);
+    else
+        lane.EndIncomplete(report);
+}
+
+// Threads that convert messages, one for each lane of the write queue. The
+// messages are handed to them in turn, as the queue takes them from its
+// lanes; a few wait for each thread, so that one busy with a large message
+// does not hold the others.
+class Converters {
+public:
+    Converters(MboxWriteQueue& out, const ExportJob& job, const emlx::PartFileIndex& partFiles)
+        : m_workers(size_t(out.Lanes())) {
+        for (int i = 0; i < out.Lanes(); ++i) {
+            Worker& w = m_workers[size_t(i)];
+            MboxWriteQueue::Lane& lane = out.At(i);
+            w.thread = std::thread([&w, &lane, &out, &job, &partFiles] {
+                Task task;
+                while (w.Next(task))
+                    // After the message that ended the run, nothing is
+                    // written: what is left is passed over.
+                    if (!out.Ended())
+                        ConvertMessage(task, lane, job, partFiles);
+            });
+        }
+    }
+    ~Converters() { Finish(); }
+    Converters(const Converters&) = delete;
+    Converters& operator=(const Converters&) = delete;
+
+    void Hand(Task task) {
+        m_workers[m_turn].Add(std::move(task));
+        m_turn = (m_turn + 1) % m_workers.size();
+    }
+    // Waits until every message handed over is converted.
+    void Finish() {
+        for (Worker& w : m_workers)
+            w.Close();
+        for (Worker& w : m_workers)
+            if (w.thread.joinable())
+                w.thread.join();
+    }
+
+private:
+    static constexpr size_t kWaiting = 16;
+    struct Worker {
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::deque<Task> tasks;
+        bool closed = false;
+        std::thread thread;
+
+        void Add(Task task) {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait(lock, [this] { return tasks.size() < kWaiting; });
+            tasks.push_back(std::move(task));
+            lock.unlock();
+            changed.notify_all();
+        }
+        bool Next(Task& task) {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait(lock, [this] { return !tasks.empty() || closed; });
+            if (tasks.empty())
+                return false;
+            task = std::move(tasks.front());
+            tasks.pop_front();
+            lock.unlock();
+            changed.notify_all();
+            return true;
+        }
+        void Close() {
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                closed = true;
+            }
+            changed.notify_all();
+        }
+    };
+    std::vector<Worker> m_workers;
+    size_t m_turn = 0;
+};
+
+} // namespace
+
 RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& progress,
                         const std::atomic<bool>& stop) {
     RunResult result;
@@ -64,12 +223,6 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
             if (mailboxes.contains(PackageLayout::MailboxFolderOf(s.path)))
                 result.notMessages.append(s);
     }
-    auto messagesFrom = [&folders](int folder, size_t message) {
-        quint64 left = folders.at(folder)->MsgCount() - message;
-        for (int i = folder + 1; i < folders.size(); ++i)
-            left += folders.at(i)->MsgCount();
-        return left;
-    };
 
     {
         QString file, reason;
@@ -87,100 +240,37 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
         result.ending = RunResult::Ending::Stopped;
         return result;
     }
-    // Each mailbox gets its mbox file, found (and made) with its first
-    // message; the reason when it cannot be made. The mbox file stays open
-    // from one message to the next of the same file; every message is on
-    // disk when the next begins to be written, as it would be if the file
-    // were opened for each message. The writing itself is done by the
-    // queue's thread; this one reads and converts.
+    // Each message is converted on one of the converting threads and
+    // written by the queue's thread, which finds (and makes) its mailbox's
+    // mbox file when it comes to the message. This thread hands the
+    // messages over in the store's order.
     PackageLayout layout(package, job.m_strInputfilepath, store.accountNames);
     const emlx::PartFileIndex partFiles(store.listOfPathOfEmlxPart);
-    QHash<QString, QString> cannotMake; // mbox file -> why it cannot be made
-    std::shared_ptr<QFile> mbox;
-    QString openMbox;
-    MboxWriteQueue out(&result);
-    auto finished = [&]() -> RunResult {
-        out.Finish();
-        return result;
-    };
-    for (int fi = 0; fi < folders.size(); ++fi) {
+    const int threads = std::max(1, std::min(4, QThread::idealThreadCount()));
+    // The progress goes on as messages are written (one at a time, in
+    // order, from the writing thread); a stop leaves whole messages.
+    MboxWriteQueue out(
+        &result,
+        [&layout](const QString& path, QString* reason) {
+            return layout.PathExtractor(path, reason);
+        },
+        threads, [&progress] { progress.CurrentValue(); }, &stop);
+    Converters converters(out, job, partFiles);
+    quint64 left = result.total; // the messages from this one on
+    for (int fi = 0; fi < folders.size() && !out.Ended() && !stop; ++fi) {
         const std::vector<MailItem>& messages = folders.at(fi)->messages;
-        for (size_t mi = 0; mi < messages.size(); ++mi) {
-            if (stop) {
-                result.ending = RunResult::Ending::Stopped;
-                return finished();
-            }
-            const QString path = messages[mi].Path();
-            if (path.isEmpty() || path.contains(kRssFeedMarker)) {
-                progress.CurrentValue();
-                continue;
-            }
-            QFile message;
-            QString reason;
-            // A message file that cannot be read is skipped when the user
-            // asked for it, and otherwise ends the export.
-            if (!MboxWriter::OpenForReading(message, path, &reason)) {
-                if (!job.options.keepGoing) {
-                    result.EndAt(RunResult::Ending::UnreadableFile, path, reason,
-                                 messagesFrom(fi, mi));
-                    return finished();
-                }
-                result.Skip(path, reason);
-                progress.CurrentValue();
-                continue;
-            }
-            // A file that holds no message is passed over, never written.
-            const QByteArray first = message.read(512);
-            const QString junk = WhyNotAMessage(path, first.constData(), first.size());
-            if (!junk.isEmpty() || !message.seek(0)) {
-                result.notMessages.append({path, junk});
-                progress.CurrentValue();
-                continue;
-            }
-            QString mboxPath = layout.PathExtractor(path, &reason);
-            if (mboxPath.isEmpty()) {
-                cannotMake.insert(layout.MboxFor(path), reason);
-            } else if (openMbox != mboxPath) {
-                mbox.reset();
-                openMbox.clear();
-                auto file = std::make_shared<QFile>();
-                if (MboxWriter::OpenForAppend(*file, mboxPath, &reason)) {
-                    mbox = std::move(file);
-                    openMbox = mboxPath;
-                }
-            }
-            // An mbox file that cannot be made or opened loses this message
-            // only, and the run says which.
-            if (mboxPath.isEmpty()) {
-                out.Unwritten(path, cannotMake.value(layout.MboxFor(path)));
-            } else if (!mbox || openMbox != mboxPath) {
-                out.Unwritten(path, QStringLiteral("cannot open '") + mboxPath + "': " + reason);
-            } else {
-                const bool partial =
-                    path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
-                RemovedParts removed(path, partial ? partFiles.Candidates(path) : QStringList());
-                out.BeginMessage(path, mbox, mboxPath);
-                const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
-                    message, out.Device(), partial, partial ? removed.PartFiles() : QStringList(),
-                    job.options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
-                for (const RunResult::Skipped& part : copy.skippedParts)
-                    result.Skip(part.path, part.reason);
-                result.partsFromEmlxpart += copy.partsFromEmlxpart;
-                result.partsFromAttachments += copy.partsFromAttachments;
-                for (const QString& name : copy.missingParts)
-                    result.missingParts.append({path, name});
-                // A detached part that cannot be read ends the export; what
-                // was written so far is kept.
-                if (!copy.complete) {
-                    out.EndIncomplete();
-                    result.EndAt(RunResult::Ending::UnreadableFile, copy.failedPart, copy.reason,
-                                 messagesFrom(fi, mi));
-                    return finished();
-                }
-                out.EndMessage({copy.converted, copy.droppedLines, copy.cutLines});
-            }
-            progress.CurrentValue();
+        for (size_t mi = 0; mi < messages.size() && !out.Ended() && !stop; ++mi, --left) {
+            // Items of the RSS feed go along to be counted in their place.
+            QString path = messages[mi].Path();
+            if (path.contains(kRssFeedMarker))
+                path.clear();
+            converters.Hand({std::move(path), left});
         }
     }
-    return finished();
+    const bool handedAll = left == 0;
+    converters.Finish();
+    out.Finish();
+    if (out.Stopped() || (!handedAll && !out.Ended()))
+        result.ending = RunResult::Ending::Stopped;
+    return result;
 }

@@ -36,8 +36,11 @@ struct ExportJob {
 
 // Writes every message of the selected folders of `store`, in the store's
 // order, to the mbox file of its mailbox in the package; makes the package
-// first. Progress goes to `progress` (on the calling thread); `stop` is
-// looked at between messages, so a stop leaves whole messages only.
+// first. The messages are converted on as many threads as the machine has
+// cores (at most four) and written in order by one more. Progress goes to
+// `progress` (its steps from the writing thread, one message at a time);
+// `stop` is looked at between messages, so a stop leaves whole messages
+// only.
 RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& progress,
                         const std::atomic<bool>& stop);
 

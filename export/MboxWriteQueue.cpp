@@ -1,37 +1,19 @@
 #include "export/MboxWriteQueue.h"
+#include "export/MboxWriter.h"
 
 #include <algorithm>
 #include <utility>
 
-MboxWriteQueue::MboxWriteQueue(RunResult* result) : m_result(result) {
-    m_device.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+MboxWriteQueue::MboxWriteQueue(RunResult* result, MboxOf mboxOf, int lanes, Settled settled,
+                               const std::atomic<bool>* stop)
+    : m_result(result), m_mboxOf(std::move(mboxOf)), m_settled(std::move(settled)), m_stop(stop) {
+    for (int i = 0; i < std::max(1, lanes); ++i)
+        m_lanes.push_back(std::unique_ptr<Lane>(new Lane(*this)));
     m_writer = std::thread([this] { Write(); });
 }
 
 MboxWriteQueue::~MboxWriteQueue() {
     Finish();
-}
-
-void MboxWriteQueue::BeginMessage(const QString& messagePath, const std::shared_ptr<QFile>& mbox,
-                                  const QString& mboxPath) {
-    Piece piece{Piece::Begin, {}, messagePath, mboxPath, mbox};
-    Push(std::move(piece));
-}
-
-void MboxWriteQueue::EndMessage(const RunResult::Losses& losses) {
-    m_device.Hand();
-    Piece piece{Piece::End, {}, {}, {}, nullptr};
-    piece.losses = losses;
-    Push(std::move(piece));
-}
-
-void MboxWriteQueue::EndIncomplete() {
-    m_device.Hand();
-    Push(Piece{Piece::EndIncomplete, {}, {}, {}, nullptr});
-}
-
-void MboxWriteQueue::Unwritten(const QString& messagePath, const QString& reason) {
-    Push(Piece{Piece::Unwritten, {}, messagePath, {}, nullptr, reason});
 }
 
 void MboxWriteQueue::Finish() {
@@ -46,14 +28,36 @@ void MboxWriteQueue::Finish() {
     m_current = Current();
 }
 
-qint64 MboxWriteQueue::Collector::writeData(const char* data, qint64 size) {
+MboxWriteQueue::Lane::Lane(MboxWriteQueue& queue) : m_queue(queue) {
+    m_device.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+}
+
+void MboxWriteQueue::Lane::BeginMessage(const QString& messagePath) {
+    Push(Piece{Piece::Begin, {}, messagePath});
+}
+
+void MboxWriteQueue::Lane::EndMessage(const RunResult::Losses& losses, const Report& report) {
+    m_device.Hand();
+    Push(Piece{Piece::End, {}, {}, losses, report});
+}
+
+void MboxWriteQueue::Lane::EndIncomplete(const Report& report) {
+    m_device.Hand();
+    Push(Piece{Piece::EndIncomplete, {}, {}, {}, report});
+}
+
+void MboxWriteQueue::Lane::ReportOnly(const Report& report) {
+    Push(Piece{Piece::ReportOnly, {}, {}, {}, report});
+}
+
+qint64 MboxWriteQueue::Lane::Collector::writeData(const char* data, qint64 size) {
     // Every piece is one of the same few buffers, whatever the size of the
     // writes: the memory stays what the queue holds.
     for (qint64 left = size; left > 0;) {
         if (m_piece.size() == kPieceBytes)
             Hand();
         if (m_piece.capacity() < kPieceBytes)
-            m_piece = Fresh();
+            m_piece = m_lane.m_queue.Fresh();
         const int n = int(std::min<qint64>(left, kPieceBytes - m_piece.size()));
         m_piece.append(data, n);
         data += n;
@@ -62,12 +66,20 @@ qint64 MboxWriteQueue::Collector::writeData(const char* data, qint64 size) {
     return size;
 }
 
-QByteArray MboxWriteQueue::Collector::Fresh() {
+void MboxWriteQueue::Lane::Collector::Hand() {
+    if (m_piece.isEmpty())
+        return;
+    Piece piece{Piece::Data, std::move(m_piece), {}};
+    m_piece = QByteArray();
+    m_lane.Push(std::move(piece));
+}
+
+QByteArray MboxWriteQueue::Fresh() {
     {
-        const std::lock_guard<std::mutex> lock(m_queue.m_mutex);
-        if (!m_queue.m_spare.empty()) {
-            QByteArray spare = std::move(m_queue.m_spare.back());
-            m_queue.m_spare.pop_back();
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_spare.empty()) {
+            QByteArray spare = std::move(m_spare.back());
+            m_spare.pop_back();
             return spare;
         }
     }
@@ -76,71 +88,142 @@ QByteArray MboxWriteQueue::Collector::Fresh() {
     return bytes;
 }
 
-void MboxWriteQueue::Collector::Hand() {
-    if (m_piece.isEmpty())
-        return;
-    Piece piece{Piece::Data, std::move(m_piece), {}, {}, nullptr};
-    m_piece = QByteArray();
-    m_queue.Push(std::move(piece));
-}
-
-void MboxWriteQueue::Push(Piece piece) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    // A full queue holds the conversion back until the writing catches up.
-    m_wakeConverter.wait(lock, [this] { return m_queuedBytes < kQueueBytes; });
-    const qint64 before = m_queuedBytes;
+void MboxWriteQueue::Lane::Push(Piece piece) {
+    MboxWriteQueue& q = m_queue;
+    std::unique_lock<std::mutex> lock(q.m_mutex);
+    if (q.m_ended)
+        return; // nothing more is written
+    if (m_queuedBytes >= kQueueBytes) {
+        // A full lane holds its conversion back until the writing catches
+        // up; the writer, maybe waiting for a batch, is told.
+        ++q.m_blocked;
+        q.m_wakeWriter.notify_one();
+        m_wakeConverter.wait(lock, [&] { return m_queuedBytes < kQueueBytes || q.m_ended; });
+        --q.m_blocked;
+        if (q.m_ended)
+            return;
+    }
     // A piece holds its whole buffer, however little of it a short message
     // fills: the buffers are what the memory is.
-    m_queuedBytes += std::max<qint64>(piece.bytes.size(), piece.bytes.capacity());
-    m_queue.push_back(std::move(piece));
+    const qint64 size = std::max<qint64>(piece.bytes.size(), piece.bytes.capacity());
+    m_queuedBytes += size;
+    q.m_queuedBytes += size;
+    m_pieces.push_back(std::move(piece));
     // The writer is woken for a good batch, not for every piece: each
     // wake-up costs both threads more than writing a small piece.
-    const bool wake = before < kWakeBytes && m_queuedBytes >= kWakeBytes;
+    const bool wake = q.WriterHasWork();
     lock.unlock();
     if (wake)
-        m_wakeWriter.notify_one();
+        q.m_wakeWriter.notify_one();
+}
+
+bool MboxWriteQueue::WriterHasWork() const {
+    if (m_closed)
+        return true;
+    if (m_ended)
+        return std::any_of(m_lanes.begin(), m_lanes.end(),
+                           [](const auto& l) { return !l->m_pieces.empty(); });
+    return !m_lanes[m_turn]->m_pieces.empty() && (m_queuedBytes >= kWakeBytes || m_blocked > 0);
 }
 
 void MboxWriteQueue::Write() {
-    std::deque<Piece> taken;
+    std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_wakeWriter.wait(lock, [this] { return !m_queue.empty() || m_closed; });
-            if (m_queue.empty())
-                return; // closed, and everything written
-            const bool wasFull = m_queuedBytes >= kQueueBytes;
-            std::swap(taken, m_queue);
+        m_wakeWriter.wait(lock, [this] { return WriterHasWork(); });
+        if (m_ended) {
+            // Nothing after the message that ended the run is written.
+            for (auto& lane : m_lanes) {
+                lane->m_pieces.clear();
+                lane->m_queuedBytes = 0;
+                lane->m_wakeConverter.notify_all();
+            }
             m_queuedBytes = 0;
-            lock.unlock();
-            if (wasFull)
-                m_wakeConverter.notify_one();
+            if (m_closed)
+                return;
+            continue;
         }
-        std::vector<QByteArray> emptied;
-        for (Piece& piece : taken) {
-            Take(piece);
+        // The pieces of the lane whose turn it is, one at a time, until it
+        // has none: then wait for the next batch.
+        for (;;) {
+            Lane& lane = *m_lanes[m_turn];
+            if (lane.m_pieces.empty()) {
+                if (!m_closed)
+                    break;
+                // Everything is handed over: the lanes end together (a lane
+                // left with pieces while this one is empty would be a
+                // message without its end; written rather than lost).
+                const auto more = std::find_if(m_lanes.begin(), m_lanes.end(),
+                                               [](const auto& l) { return !l->m_pieces.empty(); });
+                if (more == m_lanes.end())
+                    return;
+                m_turn = size_t(more - m_lanes.begin());
+                continue;
+            }
+            Piece piece = std::move(lane.m_pieces.front());
+            lane.m_pieces.pop_front();
+            const qint64 size = std::max<qint64>(piece.bytes.size(), piece.bytes.capacity());
+            const bool wasFull = lane.m_queuedBytes >= kQueueBytes;
+            lane.m_queuedBytes -= size;
+            m_queuedBytes -= size;
+            if (wasFull && lane.m_queuedBytes < kQueueBytes)
+                lane.m_wakeConverter.notify_one();
+            const bool ends = piece.kind != Piece::Begin && piece.kind != Piece::Data;
+            if (ends)
+                m_turn = (m_turn + 1) % m_lanes.size();
+            lock.unlock();
+            // A stop request is looked at before each message.
+            const bool stopping = !m_current.inMessage && m_stop && *m_stop;
+            m_current.inMessage = !ends;
+            const bool goesOn = !stopping && Take(piece);
+            if (goesOn && ends && m_settled)
+                m_settled();
+            lock.lock();
+            if (!goesOn) {
+                m_stopped = stopping;
+                m_ended = true;
+            }
             if (piece.kind == Piece::Data && piece.bytes.capacity() == kPieceBytes) {
                 piece.bytes.resize(0);
-                emptied.push_back(std::move(piece.bytes));
+                m_spare.push_back(std::move(piece.bytes));
             }
+            if (m_ended)
+                break;
         }
-        taken.clear();
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        for (QByteArray& bytes : emptied)
-            m_spare.push_back(std::move(bytes));
     }
 }
 
-void MboxWriteQueue::Take(Piece& piece) {
+bool MboxWriteQueue::Take(Piece& piece) {
     Current& c = m_current;
     switch (piece.kind) {
-    case Piece::Begin:
-        c.mbox = std::move(piece.mbox);
-        c.mboxPath = piece.mboxPath;
+    case Piece::Begin: {
         c.messagePath = piece.messagePath;
+        c.unwritable.clear();
+        QString reason;
+        const QString mboxPath = m_mboxOf(c.messagePath, &reason);
+        if (mboxPath.isEmpty()) {
+            c.unwritable = reason;
+            break;
+        }
+        // The mbox file stays open from one message to the next of the same
+        // file; every message is on disk when the next begins, as it would
+        // be if the file were opened for each message.
+        if (!c.mbox || c.mboxPath != mboxPath) {
+            c.mbox.reset();
+            c.mboxPath.clear();
+            auto file = std::make_shared<QFile>();
+            if (!MboxWriter::OpenForAppend(*file, mboxPath, &reason)) {
+                c.unwritable = QStringLiteral("cannot open '") + mboxPath + "': " + reason;
+                break;
+            }
+            c.mbox = std::move(file);
+            c.mboxPath = mboxPath;
+        }
         c.before = c.mbox->size();
         break;
+    }
     case Piece::Data: {
+        if (!c.unwritable.isEmpty())
+            break;
         // A short write is followed by another for the rest, which then
         // fails and sets the file's error (a short one alone does not).
         const char* data = piece.bytes.constData();
@@ -150,9 +233,11 @@ void MboxWriteQueue::Take(Piece& piece) {
         break;
     }
     case Piece::End:
-        // A write that failed (a full disk) leaves the mbox file as it was,
-        // so that it holds whole messages only.
-        if (c.mbox->error() != QFileDevice::NoError) {
+        if (!c.unwritable.isEmpty()) {
+            m_result->unwritten.append({c.messagePath, c.unwritable});
+        } else if (c.mbox->error() != QFileDevice::NoError) {
+            // A write that failed (a full disk) leaves the mbox file as it
+            // was, so that it holds whole messages only.
             m_result->unwritten.append(
                 {c.messagePath,
                  QStringLiteral("cannot write to '") + c.mboxPath + "': " + c.mbox->errorString()});
@@ -163,9 +248,11 @@ void MboxWriteQueue::Take(Piece& piece) {
         }
         break;
     case Piece::EndIncomplete:
+        if (!c.unwritable.isEmpty())
+            m_result->unwritten.append({c.messagePath, c.unwritable});
         break;
-    case Piece::Unwritten:
-        m_result->unwritten.append({piece.messagePath, piece.reason});
+    case Piece::ReportOnly:
         break;
     }
+    return !piece.report || piece.report(*m_result);
 }

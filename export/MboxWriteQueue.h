@@ -1,15 +1,23 @@
 #pragma once
 // Writes an export's converted messages to their mbox files on a thread of
-// its own, so that converting the next message overlaps writing this one.
+// its own, so that converting messages overlaps writing them.
 //
-// The converting side opens (makes) each mbox file itself, so it knows at
-// once when one cannot be opened, and hands the open file over with each
-// message. The writing side takes the messages strictly in order and does
-// with each what the export did in place before: a failed write (a full
-// disk) cuts the file back to its size before the message and names the
-// message; a whole message is counted. At most kQueueBytes of buffers wait
-// between the two, and as much is being written, so the memory does not grow
-// with the size of a message or of the store.
+// The messages arrive through lanes: each converting thread fills one, and
+// the messages are handed over to the lanes in turn (the first message to
+// lane 0, the next to lane 1, ...), so that the writing thread, taking them
+// from the lanes in the same turn, writes them in the export's order however
+// the conversions overlap. Every message handed over ends with exactly one
+// of EndMessage, EndIncomplete or Report in its lane.
+//
+// The writing thread finds (and makes) each message's mbox file as it comes
+// to the message, so mbox files are made in the order of their messages and
+// only for messages that are written. With each message it does what the
+// export did in place before: a failed write (a full disk) cuts the file
+// back to its size before the message and names the message; a whole
+// message is counted; what the conversion found is added to the result in
+// the message's place. At most kQueueBytes of buffers wait in each lane, and
+// as much is being written, so the memory does not grow with the size of a
+// message or of the store.
 
 #include "scanner/RunResult.h"
 
@@ -18,8 +26,10 @@
 #include <QIODevice>
 #include <QString>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -27,87 +37,135 @@
 
 class MboxWriteQueue {
 public:
-    static constexpr qint64 kQueueBytes = 8 * 1024 * 1024;
+    static constexpr qint64 kQueueBytes = 4 * 1024 * 1024;
     static constexpr int kPieceBytes = 256 * 1024;
-    // Queued bytes that wake the writing thread (Finish wakes it for less).
-    static constexpr qint64 kWakeBytes = kQueueBytes / 4;
+    // Queued bytes (all lanes) that wake the writing thread.
+    static constexpr qint64 kWakeBytes = kQueueBytes / 2;
+
+    // The mbox file of a message, made when it is missing; empty when it
+    // cannot be made, with the reason.
+    using MboxOf = std::function<QString(const QString& messagePath, QString* reason)>;
+    // What the conversion of a message found, added to the result on the
+    // writing thread in the message's place. False: the run ends with this
+    // message, and nothing handed over after it is written.
+    using Report = std::function<bool(RunResult& result)>;
+
+    // Called on the writing thread for each message dealt with (written,
+    // passed over or listed), in order; not for one that ends the run.
+    using Settled = std::function<void()>;
 
     // The writing thread counts the written messages into `result` (its
-    // folders, done and converted) and lists the unwritten ones there; the
-    // caller leaves those alone until Finish.
-    explicit MboxWriteQueue(RunResult* result);
+    // folders, done and converted), lists the unwritten ones there and adds
+    // the reports; the caller leaves `result` alone until Finish. Before
+    // each message it looks at `stop`: once set, that message and all after
+    // it are dropped (Stopped()), so the mbox files hold whole messages.
+    MboxWriteQueue(RunResult* result, MboxOf mboxOf, int lanes = 1, Settled settled = {},
+                   const std::atomic<bool>* stop = nullptr);
     // Waits for the writing to end (see Finish).
     ~MboxWriteQueue();
     MboxWriteQueue(const MboxWriteQueue&) = delete;
     MboxWriteQueue& operator=(const MboxWriteQueue&) = delete;
 
-    // A message begins: its bytes, written to Device() until EndMessage or
-    // EndIncomplete, go to the end of `mbox` (open for appending).
-    void BeginMessage(const QString& messagePath, const std::shared_ptr<QFile>& mbox,
-                      const QString& mboxPath);
-    QIODevice& Device() { return m_device; }
-    // The message is whole, with what the copy lost of it. It is counted
-    // once it is written.
-    void EndMessage(const RunResult::Losses& losses = {});
-    // The message stops short (a part file could not be read): what was
-    // converted of it is written and stays; it is not counted.
-    void EndIncomplete();
-    // A message that cannot be written at all, listed in its place.
-    void Unwritten(const QString& messagePath, const QString& reason);
-
+    class Lane;
+    int Lanes() const { return int(m_lanes.size()); }
+    // Lane `i` is used by one thread at a time.
+    Lane& At(int i) { return *m_lanes[size_t(i)]; }
+    // A report ended the run: what is handed over from now on is dropped.
+    bool Ended() const { return m_ended; }
+    // The run ended at a stop request.
+    bool Stopped() const { return m_stopped; }
     // Waits until everything handed over is written.
     void Finish();
 
 private:
     struct Piece {
-        enum Kind { Begin, Data, End, EndIncomplete, Unwritten } kind;
+        enum Kind { Begin, Data, End, EndIncomplete, ReportOnly } kind;
         QByteArray bytes;
-        QString messagePath;
-        QString mboxPath; // Begin
-        std::shared_ptr<QFile> mbox;
-        QString reason = {}; // Unwritten
+        QString messagePath; // Begin
         RunResult::Losses losses = {};
+        Report report = {};
     };
-    // Collects the bytes of the message under way into pieces.
-    class Collector : public QIODevice {
-    public:
-        explicit Collector(MboxWriteQueue& queue) : m_queue(queue) {}
-        bool isSequential() const override { return true; }
-        void Hand();
-        // A buffer of kPieceBytes for the next piece.
-        QByteArray Fresh();
 
-    protected:
-        qint64 readData(char*, qint64) override { return -1; }
-        qint64 writeData(const char* data, qint64 size) override;
+public:
+    class Lane {
+    public:
+        // A message begins: its bytes, written to Device() until EndMessage
+        // or EndIncomplete, go to the end of its mbox file.
+        void BeginMessage(const QString& messagePath);
+        QIODevice& Device() { return m_device; }
+        // The message is whole, with what the copy lost of it. It is counted
+        // once it is written; `report` follows it.
+        void EndMessage(const RunResult::Losses& losses, const Report& report = {});
+        // The message stops short: what was converted of it is written and
+        // stays; it is not counted.
+        void EndIncomplete(const Report& report = {});
+        // A message with nothing to write, only what became of it.
+        void ReportOnly(const Report& report);
 
     private:
+        friend class MboxWriteQueue;
+        // Collects the bytes of the message under way into pieces.
+        class Collector : public QIODevice {
+        public:
+            explicit Collector(Lane& lane) : m_lane(lane) {}
+            bool isSequential() const override { return true; }
+            void Hand();
+
+        protected:
+            qint64 readData(char*, qint64) override { return -1; }
+            qint64 writeData(const char* data, qint64 size) override;
+
+        private:
+            Lane& m_lane;
+            QByteArray m_piece;
+        };
+
+        explicit Lane(MboxWriteQueue& queue);
+        void Push(Piece piece);
+
         MboxWriteQueue& m_queue;
-        QByteArray m_piece;
+        Collector m_device{*this};
+        // Under the queue's mutex:
+        std::deque<Piece> m_pieces;
+        qint64 m_queuedBytes = 0; // the buffers' sizes
+        std::condition_variable m_wakeConverter;
     };
 
-    void Push(Piece piece);
+private:
+    // The writing thread: the lanes' pieces in turn.
     void Write();
-    void Take(Piece& piece);
+    // The writer has something to do (under m_mutex).
+    bool WriterHasWork() const;
+    // Writes the piece; false when it ends the run.
+    bool Take(Piece& piece);
+    // An emptied piece buffer for the next pieces: each is allocated once,
+    // not once for every 256 KB written.
+    QByteArray Fresh();
 
-    Collector m_device{*this};
+    RunResult* m_result;
+    MboxOf m_mboxOf;
+    Settled m_settled;
+    const std::atomic<bool>* m_stop;
+    std::vector<std::unique_ptr<Lane>> m_lanes;
     std::mutex m_mutex;
     std::condition_variable m_wakeWriter;
-    std::condition_variable m_wakeConverter;
-    std::deque<Piece> m_queue; // under m_mutex
-    // Emptied piece buffers, for the next pieces: each is allocated once,
-    // not once for every 256 KB written. Under m_mutex.
+    // Under m_mutex:
     std::vector<QByteArray> m_spare;
-    qint64 m_queuedBytes = 0; // under m_mutex: the buffers' sizes
-    bool m_closed = false;    // under m_mutex: nothing more comes
+    qint64 m_queuedBytes = 0; // all lanes
+    int m_blocked = 0;        // converting threads waiting for room
+    size_t m_turn = 0;        // the lane of the message the writer comes to next
+    bool m_closed = false;    // nothing more comes
+    std::atomic<bool> m_ended{false};
+    std::atomic<bool> m_stopped{false};
     std::thread m_writer;
 
     // The writing thread's own state.
     struct Current {
-        std::shared_ptr<QFile> mbox;
+        std::shared_ptr<QFile> mbox; // the open mbox file
         QString mboxPath;
         QString messagePath;
+        QString unwritable; // why the message's mbox file cannot be written
         qint64 before = 0;
+        bool inMessage = false; // between a message's first piece and its end
     } m_current;
-    RunResult* m_result;
 };

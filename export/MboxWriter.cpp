@@ -282,9 +282,9 @@ public:
         if (partial) {
             if (avail >= kPartHeaderLen && memcmp(base, kPartHeader, kPartHeaderLen) == 0)
                 return false;
-            if (const char* h =
-                    FindBytes(base, avail, "\nX-Apple-Content-Length: ", kPartHeaderLen + 1))
-                avail = h + 1 - base;
+            const qint64 h = nextPartHeader(m_bufferPos + m_pos);
+            if (h >= 0 && h < m_bufferPos + m_end)
+                avail = h + 1 - (m_bufferPos + m_pos);
         }
         // Bytes before `written` are out; a "From " line that starts at
         // `pending` gets its ">" once the line is known to be whole.
@@ -341,6 +341,29 @@ public:
     }
 
 private:
+    // The file position of the first "\n" at or after `from` that a
+    // detached-part header follows, or -1 when the buffer holds none. The
+    // reader only moves forward, so each byte is searched once, however
+    // often a run of plain lines stops before the buffer's end.
+    qint64 nextPartHeader(qint64 from) {
+        if (m_headerAt >= from)
+            return m_headerAt;
+        const qint64 start = std::max(from, m_searchedTo);
+        const qint64 end = m_bufferPos + m_end;
+        const char* first = m_buffer.constData() + (start - m_bufferPos);
+        const char* h = end > start ? FindBytes(first, end - start,
+                                                "\nX-Apple-Content-Length: ", kPartHeaderLen + 1)
+                                    : nullptr;
+        if (h) {
+            m_headerAt = start + (h - first);
+            m_searchedTo = m_headerAt + 1;
+            return m_headerAt;
+        }
+        // A header may begin in the last bytes and end after them.
+        m_searchedTo = std::max(start, end - kPartHeaderLen);
+        return -1;
+    }
+
     void fill() {
         if (m_pos > 0) {
             memmove(m_buffer.data(), m_buffer.constData() + m_pos, size_t(m_end - m_pos));
@@ -461,6 +484,10 @@ private:
     int m_end = 0;
     qint64 m_bufferPos = 0; // file position of m_buffer[0]
     bool m_eof = false;
+    // nextPartHeader's findings: the header found last (-1: none yet), and
+    // where the search goes on.
+    qint64 m_headerAt = -1;
+    qint64 m_searchedTo = 0;
 };
 
 // The byte count on the first line (a line longer than the buffer is read

@@ -22,22 +22,62 @@ qint64 ReadFull(QIODevice& in, char* buffer, qint64 size) {
     return got;
 }
 
+// Two base64 characters for each 12-bit value.
+struct Base64Pairs {
+    char pair[4096][2];
+    Base64Pairs() {
+        static const char alphabet[] =
+            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        for (int v = 0; v < 4096; ++v) {
+            pair[v][0] = alphabet[v >> 6];
+            pair[v][1] = alphabet[v & 63];
+        }
+    }
+};
+
+// Encodes `size` bytes (a multiple of three, or the input's end) into `out`;
+// returns the end of the text.
+char* EncodeBase64(const unsigned char* in, qint64 size, char* out) {
+    static const Base64Pairs table;
+    qint64 i = 0;
+    for (; i + 3 <= size; i += 3, out += 4) {
+        const unsigned v = unsigned(in[i]) << 16 | unsigned(in[i + 1]) << 8 | in[i + 2];
+        memcpy(out, table.pair[v >> 12], 2);
+        memcpy(out + 2, table.pair[v & 0xFFF], 2);
+    }
+    if (i < size) {
+        const unsigned v = unsigned(in[i]) << 16 | (i + 1 < size ? unsigned(in[i + 1]) << 8 : 0u);
+        memcpy(out, table.pair[v >> 12], 2);
+        out[2] = i + 1 < size ? table.pair[v & 0xFFF][0] : '=';
+        out[3] = '=';
+        out += 4;
+    }
+    return out;
+}
+
 bool Base64(QIODevice& in, const Output& out, int chunk) {
-    // Whole lines of 57 bytes (76 characters) per read.
-    const qint64 size = std::max(1, chunk / 57) * 57;
+    // Whole lines of 57 bytes (76 characters) per read, each line but the
+    // first after a line feed.
+    const qint64 lines = std::max(1, chunk / 57);
+    const qint64 size = lines * 57;
     QByteArray buffer(int(size), '\0');
+    QByteArray text(int(lines * 77), '\0');
     bool first = true;
     for (;;) {
         const qint64 got = ReadFull(in, buffer.data(), size);
         if (got < 0)
             return false;
-        const QByteArray text = QByteArray::fromRawData(buffer.constData(), int(got)).toBase64();
-        for (int i = 0; i < text.size(); i += 76) {
+        const auto* data = reinterpret_cast<const unsigned char*>(buffer.constData());
+        char* const start = text.data();
+        char* end = start;
+        for (qint64 i = 0; i < got; i += 57) {
             if (!first)
-                out("\n", 1);
+                *end++ = '\n';
             first = false;
-            out(text.constData() + i, std::min(76, text.size() - i));
+            end = EncodeBase64(data + i, std::min<qint64>(57, got - i), end);
         }
+        if (end > start)
+            out(start, end - start);
         if (got < size)
             return true;
     }

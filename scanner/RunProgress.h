@@ -1,8 +1,9 @@
 #pragma once
 // How a scan or an export tells whoever started it what it is doing: the
-// window, the command-line tool or a test. Each call is made on the thread
-// that runs the scan or export, in the order of events; the window hands
-// them over to its own thread itself, in that order. Every call has a
+// window, the command-line tool or a test. The calls come one at a time, in
+// the order of events, from the thread that runs the scan or export (an
+// export's steps from the thread that writes its messages); the window
+// hands them over to its own thread itself, in that order. Every call has a
 // default that does nothing.
 
 #include <QByteArray>

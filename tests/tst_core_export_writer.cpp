@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <thread>
 
 using namespace TestSupport;
 
@@ -327,12 +328,17 @@ private slots:
         QTest::addColumn<QByteArray>("encoding");
         QTest::addColumn<QByteArray>("data");
         QTest::addColumn<QByteArray>("encoded");
-        QByteArray bytes, lines;
-        for (int i = 0; i < 200; ++i)
+        QByteArray bytes;
+        for (int i = 0; i < 201; ++i)
             bytes += char(i * 7);
-        for (int i = 0; i < 200; i += 57)
-            lines += (i ? "\n" : "") + bytes.mid(i, 57).toBase64();
-        QTest::newRow("base64 in lines of 76") << QByteArray("BASE64") << bytes << lines;
+        // Lengths that end in a whole group, and one and two bytes over.
+        for (int size : {201, 200, 199}) {
+            QByteArray lines;
+            for (int i = 0; i < size; i += 57)
+                lines += (i ? "\n" : "") + bytes.left(size).mid(i, 57).toBase64();
+            QTest::newRow(qPrintable(QString("base64 in lines of 76, %1 bytes").arg(size)))
+                << QByteArray("BASE64") << bytes.left(size) << lines;
+        }
         QTest::newRow("base64 of nothing") << QByteArray("base64") << QByteArray() << QByteArray();
         QTest::newRow("qp: =, blanks, From, cr, 8-bit")
             << QByteArray("quoted-printable") << QByteArray("a=b\tc \nFrom x\r\n\xC3\xBC end ")
@@ -400,55 +406,75 @@ private slots:
         }
     }
 
-    // The write queue hands messages to its thread in pieces and waits when
-    // too much is queued: whatever the sizes of the messages and of the
-    // writes, each mbox file gets its messages whole and in order, a message
-    // cut short keeps what it had, and only whole ones are counted.
+    // The write queue takes messages from two converting threads, each
+    // filling its lane, in pieces, and waits when too much is queued:
+    // whatever the sizes of the messages and of the writes, each mbox file
+    // gets its messages whole and in the order they were handed over, a
+    // message cut short keeps what it had, only whole ones are counted, a
+    // message whose mbox file cannot be made is listed, and nothing after a
+    // report that ends the run is written.
     void queueKeepsMessagesInOrder() {
         QTemporaryDir tmp;
         const QString paths[] = {tmp.path() + "/a.mbox", tmp.path() + "/b.mbox"};
-        std::shared_ptr<QFile> files[2];
-        for (int f = 0; f < 2; ++f) {
-            files[f] = std::make_shared<QFile>();
-            QString why;
-            QVERIFY(MboxWriter::OpenForAppend(*files[f], paths[f], &why));
-        }
         const qint64 piece = MboxWriteQueue::kPieceBytes;
         QList<qint64> sizes{0, 1, piece, piece + 1, 2 * MboxWriteQueue::kQueueBytes + 7};
         for (int i = 0; i < 300; ++i)
             sizes << 1000 + i;
+        const int lost = 7, last = sizes.size() - 2; // `last` ends the run
+        auto fileOf = [](int i) { return i % 3 == 0 ? 1 : 0; };
         QByteArray expected[2];
+        for (int i = 0; i < last; ++i)
+            if (i != lost)
+                expected[fileOf(i)] += QByteArray(int(sizes[i]), char('a' + i % 26));
         RunResult result;
         {
-            MboxWriteQueue queue(&result);
-            for (int i = 0; i < sizes.size(); ++i) {
-                QByteArray message(int(sizes[i]), char('a' + i % 26));
-                const int f = i % 3 == 0;
-                queue.BeginMessage(QString::number(i), files[f], paths[f]);
-                // Writes of one byte, of a few pieces and of what is left.
-                for (qint64 at = 0, n; at < message.size(); at += n) {
-                    n = std::min<qint64>(message.size() - at, at % 2 ? 1 : 3 * piece + 5);
-                    queue.Device().write(message.constData() + at, n);
+            MboxWriteQueue queue(
+                &result,
+                [&](const QString& message, QString* why) {
+                    *why = "no room";
+                    const int i = message.toInt();
+                    return i == lost ? QString() : paths[fileOf(i)];
+                },
+                2);
+            auto convert = [&](int lane) {
+                MboxWriteQueue::Lane& out = queue.At(lane);
+                for (int i = lane; i < sizes.size(); i += 2) {
+                    if (i == last) {
+                        out.ReportOnly([](RunResult& r) {
+                            r.EndAt(RunResult::Ending::UnreadableFile, "x", "gone", 2);
+                            return false;
+                        });
+                        continue;
+                    }
+                    const QByteArray message(static_cast<int>(sizes[i]),
+                                             static_cast<char>('a' + i % 26));
+                    out.BeginMessage(QString::number(i));
+                    // Writes of one byte, of a few pieces and of what is left.
+                    for (qint64 at = 0, n; at < message.size(); at += n) {
+                        n = std::min<qint64>(message.size() - at, at % 2 ? 1 : 3 * piece + 5);
+                        out.Device().write(message.constData() + at, n);
+                    }
+                    if (i == 3)
+                        out.EndIncomplete();
+                    else
+                        out.EndMessage({i == 1, 0, 0});
                 }
-                expected[f] += message;
-                if (i == 3)
-                    queue.EndIncomplete();
-                else
-                    queue.EndMessage({i == 1, 0, 0});
-            }
-            queue.Unwritten("lost", "cannot open");
+            };
+            std::thread other(convert, 1);
+            convert(0);
+            other.join();
             queue.Finish();
         }
-        for (int f = 0; f < 2; ++f) {
-            files[f]->close();
+        for (int f = 0; f < 2; ++f)
             QVERIFY2(ReadFile(paths[f]) == expected[f], qPrintable(paths[f]));
-        }
-        QCOMPARE(result.done, quint64(sizes.size() - 1));
+        QCOMPARE(result.done, quint64(last - 2)); // neither 3 nor `lost`
         QCOMPARE(result.converted, quint64(1));
         QCOMPARE(result.folders.size(), 2);
         QCOMPARE(result.folders[0].path, paths[1]); // message 0 went to b
         QCOMPARE(result.unwritten.size(), 1);
-        QCOMPARE(result.unwritten[0].path, QString("lost"));
+        QCOMPARE(result.unwritten[0].path, QString::number(lost));
+        QCOMPARE(result.unwritten[0].reason, QString("no room"));
+        QCOMPARE(result.file, QString("x"));
     }
 };
 
