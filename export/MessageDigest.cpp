@@ -878,6 +878,10 @@ MessageDigester::MessageDigester(bool decode, bool copies, bool decodeBase64) : 
     d->decodeBase64 = decodeBase64;
 }
 
+void MessageDigester::SetDecodeBase64(bool decodeBase64) {
+    d->decodeBase64 = decodeBase64;
+}
+
 MessageDigester::~MessageDigester() {
     delete d;
 }

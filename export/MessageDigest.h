@@ -93,6 +93,8 @@ public:
     MessageDigester(const MessageDigester&) = delete;
     MessageDigester& operator=(const MessageDigester&) = delete;
 
+    // Changes `decodeBase64` for the next message (before its first Add).
+    void SetDecodeBase64(bool decodeBase64);
     // The next piece of the message: lines, or parts of lines, in order.
     void Add(const char* data, qint64 size);
     // Where the body of a part that Mail kept apart is (its headers hold

@@ -38,20 +38,20 @@ bool OpenForReading(QFile& file, const QString& path, QString* reason) {
 // ---- The package side -------------------------------------------------------
 
 // Reads an mbox file message by message: each one from after its separator
-// line up to the next (or the end), to `digest`.
-template <class Each>
-bool ReadMbox(const QString& path, bool decode, const std::atomic<bool>& stop, Each&& each,
-              qint64 from = 0, qint64 to = -1) {
+// line up to the next (or the end), to `each`. Before each message,
+// `decodeBase64()` says whether its base64 parts are decoded on this first
+// reading: a part put back from Mail's decoded copy is then compared with
+// that copy without reading the message again.
+template <class Each, class DecodeBase64>
+bool ReadMbox(const QString& path, bool decode, DecodeBase64&& decodeBase64,
+              const std::atomic<bool>& stop, Each&& each, qint64 from = 0, qint64 to = -1) {
     QFile file;
     QString reason;
     if (!OpenForReading(file, path, &reason) || !file.seek(from))
         return false;
     const QByteArray sep = MboxWriter::Separator();
     const QByteArray nlSep = '\n' + sep;
-    // Base64 parts are decoded on the first reading: a part put back from
-    // Mail's decoded copy is then compared with that copy without reading
-    // the message again.
-    MessageDigester digester(decode, false, true);
+    MessageDigester digester(decode, false, decodeBase64());
     QByteArray buf;
     qint64 base = from;       // file position of buf[0]
     qint64 cursor = 0;        // bytes of buf handed on
@@ -65,6 +65,7 @@ bool ReadMbox(const QString& path, bool decode, const std::atomic<bool>& stop, E
         m.begin = begin;
         m.end = end;
         each(std::move(m));
+        digester.SetDecodeBase64(decodeBase64());
     };
     while (!stop) {
         if (!eof) {
@@ -324,7 +325,7 @@ public:
             QString reason;
             bool read = DigestSource(s.path, true, &source, &reason);
             ReadMbox(
-                p.file, true, m_never, [&](MessageDigest m) { package = std::move(m); }, p.begin,
+                p.file, true, [] { return true; }, m_never, [&](MessageDigest m) { package = std::move(m); }, p.begin,
                 p.end);
             if (read)
                 return Classify(s, source, package);
@@ -574,10 +575,15 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
     for (int m = 0; m < mboxes.size(); ++m)
         mboxIndex.insert(mboxes.at(m), m);
     std::vector<SourceQueues> waiting(size_t(mboxes.size())); // key -> sources
+    // Each mbox file's messages in the store's order: the package's next
+    // message is most likely the first of them not yet found.
+    std::vector<std::vector<Source*>> expected(size_t(mboxes.size()));
     for (Source& s : sources) {
         const auto m = mboxIndex.constFind(s.mbox);
-        if (s.read && !s.matched && m != mboxIndex.constEnd())
+        if (s.read && !s.matched && m != mboxIndex.constEnd()) {
             waiting[size_t(*m)].Append(&s);
+            expected[size_t(*m)].push_back(&s);
+        }
     }
     struct Stray {
         quint64 key;
@@ -596,7 +602,23 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
         MboxOutcome& outcome = outcomes[size_t(m)];
         auto& here = waiting[size_t(m)];
         Comparison compare(job, outcome.findings);
-        ReadMbox(mbox, false, stop, [&](MessageDigest p) {
+        // Base64 parts are decoded as they are read where the message
+        // expected next has parts put back from Mail's decoded copies (the
+        // others have no use for it; where the guess is wrong, the
+        // comparison takes a second look).
+        const std::vector<Source*>& order = expected[size_t(m)];
+        size_t next = 0;
+        auto decodeBase64 = [&] {
+            while (next < order.size() && order[next]->matched)
+                ++next;
+            if (next == order.size())
+                return false;
+            const QVector<LeafDigest>& leaves = order[next]->digest.leaves;
+            return std::any_of(leaves.begin(), leaves.end(), [](const LeafDigest& l) {
+                return l.source == BodySource::DecodedFile;
+            });
+        };
+        ReadMbox(mbox, false, decodeBase64, stop, [&](MessageDigest p) {
             ++steps;
             Source* s = here.Take(p.key);
             if (!s) {
