@@ -8,9 +8,11 @@
 #include "scanner/DetachedParts.h"
 #include "scanner/Discovery.h"
 #include "scanner/EmlxLines.h"
+#include "scanner/MessageFile.h"
 #include "scanner/RunProgress.h"
 #include "scanner/Store.h"
 
+#include <QBuffer>
 #include <QHash>
 #include <QSet>
 #include <QThread>
@@ -60,18 +62,33 @@ struct Task {
 // Reads one message and converts it into `lane`; what became of it follows
 // it there, to be added to the result in its place.
 void ConvertMessage(const Task& task, MboxWriteQueue::Lane& lane, const ExportJob& job,
-                    const emlx::PartFileIndex& partFiles) {
+                    const emlx::PartFileIndex& partFiles, MessageFile& file) {
     const QString& path = task.path;
     const quint64 left = task.left;
     if (path.isEmpty()) {
         lane.ReportOnly([](RunResult&) { return true; });
         return;
     }
-    QFile message;
+    // A file of up to a few megabytes is read whole with one call and
+    // converted from memory; a larger one is read as it is converted (the
+    // memory does not grow with the size of a message).
     QString reason;
+    bool opened = file.Open(path);
+    if (!opened)
+        reason = file.ErrorString();
+    QBuffer inMemory;
+    QFile onDisk;
+    QIODevice* message = &inMemory;
+    if (opened && file.Size() <= MessageFile::kReadWhole) {
+        inMemory.setData(QByteArray::fromRawData(file.Data(), int(file.Size())));
+        inMemory.open(QIODevice::ReadOnly);
+    } else if (opened) {
+        message = &onDisk;
+        opened = MboxWriter::OpenForReading(onDisk, path, &reason);
+    }
     // A message file that cannot be read is skipped when the user asked for
     // it, and otherwise ends the export.
-    if (!MboxWriter::OpenForReading(message, path, &reason)) {
+    if (!opened) {
         if (job.options.keepGoing) {
             lane.ReportOnly([=](RunResult& r) {
                 r.Skip(path, reason);
@@ -86,9 +103,8 @@ void ConvertMessage(const Task& task, MboxWriteQueue::Lane& lane, const ExportJo
         return;
     }
     // A file that holds no message is passed over, never written.
-    const QByteArray first = message.read(512);
-    const QString junk = WhyNotAMessage(path, first.constData(), first.size());
-    if (!junk.isEmpty() || !message.seek(0)) {
+    const QString junk = WhyNotAMessage(path, file.Data(), std::min<qint64>(file.Size(), 512));
+    if (!junk.isEmpty()) {
         lane.ReportOnly([=](RunResult& r) {
             r.notMessages.append({path, junk});
             return true;
@@ -96,11 +112,12 @@ void ConvertMessage(const Task& task, MboxWriteQueue::Lane& lane, const ExportJo
         return;
     }
     const bool partial = path.contains(QLatin1String(".partial.emlx"), Qt::CaseSensitive);
-    RemovedParts removed(path, partial ? partFiles.Candidates(path) : QStringList());
-    lane.BeginMessage(path);
+    RemovedParts removed(path, partial ? partFiles.Candidates(path) : QStringList(), &file);
+    // The mbox text is about the file's size (more when parts are put back).
+    lane.BeginMessage(path, file.Size() + 1024);
     const MboxWriter::CopyResult copy = MboxWriter::WriteMessage(
-        message, lane.Device(), partial, partial ? removed.PartFiles() : QStringList(), job.options,
-        MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
+        *message, lane.Device(), partial, partial ? removed.PartFiles() : QStringList(),
+        job.options, MboxWriter::kDefaultChunk, partial ? &removed : nullptr);
     auto report = [path, copy, left](RunResult& r) {
         for (const RunResult::Skipped& part : copy.skippedParts)
             r.Skip(part.path, part.reason);
@@ -134,11 +151,13 @@ public:
             MboxWriteQueue::Lane& lane = out.At(i);
             w.thread = std::thread([&w, &lane, &out, &job, &partFiles] {
                 Task task;
+                MessageFile file; // its buffer serves every message of the thread
                 while (w.Next(task))
                     // After the message that ended the run, nothing is
                     // written: what is left is passed over.
                     if (!out.Ended())
-                        ConvertMessage(task, lane, job, partFiles);
+                        ConvertMessage(task, lane, job, partFiles, file);
+                file.Close();
             });
         }
     }
@@ -165,15 +184,25 @@ private:
         std::mutex mutex;
         std::condition_variable changed;
         std::deque<Task> tasks;
+        bool full = false; // the one handing over waits for room
         bool closed = false;
         std::thread thread;
 
+        // Only the thread may wait for an empty list, only the one handing
+        // over for a full one: the thread is woken when the list is no
+        // longer empty, the one handing over when it is half empty, not for
+        // every message.
         void Add(Task task) {
             std::unique_lock<std::mutex> lock(mutex);
-            changed.wait(lock, [this] { return tasks.size() < kWaiting; });
+            if (tasks.size() >= kWaiting) {
+                full = true;
+                changed.wait(lock, [this] { return !full; });
+            }
+            const bool wasEmpty = tasks.empty();
             tasks.push_back(std::move(task));
             lock.unlock();
-            changed.notify_all();
+            if (wasEmpty)
+                changed.notify_all();
         }
         bool Next(Task& task) {
             std::unique_lock<std::mutex> lock(mutex);
@@ -182,8 +211,12 @@ private:
                 return false;
             task = std::move(tasks.front());
             tasks.pop_front();
+            const bool room = full && tasks.size() <= kWaiting / 2;
+            if (room)
+                full = false;
             lock.unlock();
-            changed.notify_all();
+            if (room)
+                changed.notify_all();
             return true;
         }
         void Close() {

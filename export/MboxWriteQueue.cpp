@@ -32,7 +32,8 @@ MboxWriteQueue::Lane::Lane(MboxWriteQueue& queue) : m_queue(queue) {
     m_device.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
 }
 
-void MboxWriteQueue::Lane::BeginMessage(const QString& messagePath) {
+void MboxWriteQueue::Lane::BeginMessage(const QString& messagePath, qint64 sizeHint) {
+    m_device.m_hint = std::max<qint64>(sizeHint, 1);
     Push(Piece{Piece::Begin, {}, messagePath});
 }
 
@@ -54,11 +55,13 @@ qint64 MboxWriteQueue::Lane::Collector::writeData(const char* data, qint64 size)
     // Every piece is one of the same few buffers, whatever the size of the
     // writes: the memory stays what the queue holds.
     for (qint64 left = size; left > 0;) {
-        if (m_piece.size() == kPieceBytes)
+        if (!m_piece.isEmpty() && m_piece.size() == m_piece.capacity())
             Hand();
-        if (m_piece.capacity() < kPieceBytes)
-            m_piece = m_lane.m_queue.Fresh();
-        const int n = int(std::min<qint64>(left, kPieceBytes - m_piece.size()));
+        if (m_piece.capacity() == 0) {
+            m_piece = m_lane.m_queue.Fresh(m_hint);
+            m_hint = kPieceBytes; // what follows a message's first buffer
+        }
+        const int n = int(std::min<qint64>(left, m_piece.capacity() - m_piece.size()));
         m_piece.append(data, n);
         data += n;
         left -= n;
@@ -74,7 +77,12 @@ void MboxWriteQueue::Lane::Collector::Hand() {
     m_lane.Push(std::move(piece));
 }
 
-QByteArray MboxWriteQueue::Fresh() {
+QByteArray MboxWriteQueue::Fresh(qint64 size) {
+    if (size < kPieceBytes) {
+        QByteArray bytes;
+        bytes.reserve(int(size));
+        return bytes;
+    }
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_spare.empty()) {
@@ -108,6 +116,8 @@ void MboxWriteQueue::Lane::Push(Piece piece) {
     const qint64 size = std::max<qint64>(piece.bytes.size(), piece.bytes.capacity());
     m_queuedBytes += size;
     q.m_queuedBytes += size;
+    if (piece.kind != Piece::Begin && piece.kind != Piece::Data)
+        ++m_ends;
     m_pieces.push_back(std::move(piece));
     // The writer is woken for a good batch, not for every piece: each
     // wake-up costs both threads more than writing a small piece.
@@ -123,7 +133,11 @@ bool MboxWriteQueue::WriterHasWork() const {
     if (m_ended)
         return std::any_of(m_lanes.begin(), m_lanes.end(),
                            [](const auto& l) { return !l->m_pieces.empty(); });
-    return !m_lanes[m_turn]->m_pieces.empty() && (m_queuedBytes >= kWakeBytes || m_blocked > 0);
+    // Enough to do: the lane whose turn it is holds a whole message or half
+    // a lane's worth of one, and a batch is waiting or a lane is full.
+    const Lane& lane = *m_lanes[m_turn];
+    return (lane.m_ends > 0 || lane.m_queuedBytes >= kQueueBytes / 2) &&
+           (m_queuedBytes >= kWakeBytes || m_blocked > 0);
 }
 
 void MboxWriteQueue::Write() {
@@ -135,6 +149,7 @@ void MboxWriteQueue::Write() {
             for (auto& lane : m_lanes) {
                 lane->m_pieces.clear();
                 lane->m_queuedBytes = 0;
+                lane->m_ends = 0;
                 lane->m_wakeConverter.notify_all();
             }
             m_queuedBytes = 0;
@@ -168,8 +183,10 @@ void MboxWriteQueue::Write() {
             if (wasFull && lane.m_queuedBytes < kQueueBytes)
                 lane.m_wakeConverter.notify_one();
             const bool ends = piece.kind != Piece::Begin && piece.kind != Piece::Data;
-            if (ends)
+            if (ends) {
+                --lane.m_ends;
                 m_turn = (m_turn + 1) % m_lanes.size();
+            }
             lock.unlock();
             // A stop request is looked at before each message.
             const bool stopping = !m_current.inMessage && m_stop && *m_stop;
@@ -215,10 +232,11 @@ bool MboxWriteQueue::Take(Piece& piece) {
                 c.unwritable = QStringLiteral("cannot open '") + mboxPath + "': " + reason;
                 break;
             }
+            c.size = file->size();
             c.mbox = std::move(file);
             c.mboxPath = mboxPath;
         }
-        c.before = c.mbox->size();
+        c.before = c.size;
         break;
     }
     case Piece::Data: {
@@ -227,9 +245,11 @@ bool MboxWriteQueue::Take(Piece& piece) {
         // A short write is followed by another for the rest, which then
         // fails and sets the file's error (a short one alone does not).
         const char* data = piece.bytes.constData();
-        for (qint64 left = piece.bytes.size(), n; left > 0; data += n, left -= n)
+        for (qint64 left = piece.bytes.size(), n; left > 0; data += n, left -= n) {
             if ((n = c.mbox->write(data, left)) <= 0)
                 break;
+            c.size += n;
+        }
         break;
     }
     case Piece::End:
@@ -243,6 +263,7 @@ bool MboxWriteQueue::Take(Piece& piece) {
                  QStringLiteral("cannot write to '") + c.mboxPath + "': " + c.mbox->errorString()});
             c.mbox->unsetError();
             c.mbox->resize(c.before);
+            c.size = c.before;
         } else {
             m_result->Count(c.mboxPath, piece.losses);
         }

@@ -90,8 +90,10 @@ public:
     class Lane {
     public:
         // A message begins: its bytes, written to Device() until EndMessage
-        // or EndIncomplete, go to the end of its mbox file.
-        void BeginMessage(const QString& messagePath);
+        // or EndIncomplete, go to the end of its mbox file. `sizeHint`, the
+        // bytes it is likely to take, sizes its first buffer: a small
+        // message does not hold a whole piece's buffer while it waits.
+        void BeginMessage(const QString& messagePath, qint64 sizeHint = kPieceBytes);
         QIODevice& Device() { return m_device; }
         // The message is whole, with what the copy lost of it. It is counted
         // once it is written; `report` follows it.
@@ -110,6 +112,7 @@ public:
             explicit Collector(Lane& lane) : m_lane(lane) {}
             bool isSequential() const override { return true; }
             void Hand();
+            qint64 m_hint = kPieceBytes; // the next buffer's size
 
         protected:
             qint64 readData(char*, qint64) override { return -1; }
@@ -128,6 +131,7 @@ public:
         // Under the queue's mutex:
         std::deque<Piece> m_pieces;
         qint64 m_queuedBytes = 0; // the buffers' sizes
+        int m_ends = 0;           // messages whose end is among the pieces
         std::condition_variable m_wakeConverter;
     };
 
@@ -138,9 +142,10 @@ private:
     bool WriterHasWork() const;
     // Writes the piece; false when it ends the run.
     bool Take(Piece& piece);
-    // An emptied piece buffer for the next pieces: each is allocated once,
-    // not once for every 256 KB written.
-    QByteArray Fresh();
+    // A buffer for the next piece: an emptied one of kPieceBytes (each is
+    // allocated once, not once for every 256 KB written), or a new one of
+    // `size` when that is less.
+    QByteArray Fresh(qint64 size);
 
     RunResult* m_result;
     MboxOf m_mboxOf;
@@ -166,6 +171,7 @@ private:
         QString messagePath;
         QString unwritable; // why the message's mbox file cannot be written
         qint64 before = 0;
+        qint64 size = 0;        // the mbox file's size, kept as it is written
         bool inMessage = false; // between a message's first piece and its end
     } m_current;
 };

@@ -325,8 +325,8 @@ public:
             QString reason;
             bool read = DigestSource(s.path, true, &source, &reason);
             ReadMbox(
-                p.file, true, [] { return true; }, m_never, [&](MessageDigest m) { package = std::move(m); }, p.begin,
-                p.end);
+                p.file, true, [] { return true; }, m_never,
+                [&](MessageDigest m) { package = std::move(m); }, p.begin, p.end);
             if (read)
                 return Classify(s, source, package);
         }

@@ -378,9 +378,11 @@ void RemovedParts::Walk() {
     if (m_walked)
         return;
     m_walked = true;
-    MessageFile file;
-    if (file.Open(m_path))
-        m_found = FindPartMarks(file, m_path, m_partFiles);
+    MessageFile own;
+    if (m_open)
+        m_found = FindPartMarks(*m_open, m_path, m_partFiles);
+    else if (own.Open(m_path))
+        m_found = FindPartMarks(own, m_path, m_partFiles);
     else // the files in listing order, as without sections
         m_found.files = emlx::PartFileCandidates(m_path, m_partFiles);
 }

@@ -72,8 +72,11 @@ PartMarks FindPartMarks(MessageFile& file, const QString& messagePath,
 // reader that meets the "X-Apple-Content-Length: " lines one after another.
 class RemovedParts {
 public:
-    RemovedParts(const QString& messagePath, const QStringList& partFiles)
-        : m_path(messagePath), m_partFiles(partFiles) {}
+    // `open`, when given, is the message file already open (it is walked
+    // from its start); otherwise the file is opened on first use.
+    RemovedParts(const QString& messagePath, const QStringList& partFiles,
+                 MessageFile* open = nullptr)
+        : m_path(messagePath), m_partFiles(partFiles), m_open(open) {}
     // The removed part whose "X-Apple-Content-Length: " line ends at file
     // position `mark`, or null.
     const DetachedPart* At(qint64 mark);
@@ -85,6 +88,7 @@ private:
     void Walk();
     QString m_path;
     QStringList m_partFiles;
+    MessageFile* m_open;
     bool m_walked = false;
     PartMarks m_found;
 };
