@@ -637,6 +637,7 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
     std::vector<Stray> strays;
     for (MboxOutcome& o : outcomes) {
         result.findings.append(o.findings);
+        o.findings.clear(); // not held twice
         for (const auto& c : o.counts)
             count(c.first, c.second);
         strays.insert(strays.end(), o.strays.begin(), o.strays.end());

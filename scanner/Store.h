@@ -66,8 +66,16 @@ struct MailItem {
     QVector<AttachmentEntry> attachments;
 
     bool HasAttachments() const { return !attachments.isEmpty(); }
+    // Made to its exact size: the verification keeps one for each message.
     QString Path() const {
-        return fileName.isEmpty() ? QString() : dir + QLatin1Char('/') + fileName;
+        QString path;
+        if (fileName.isEmpty())
+            return path;
+        path.reserve(dir.size() + 1 + fileName.size());
+        path += dir;
+        path += QLatin1Char('/');
+        path += fileName;
+        return path;
     }
     // Sets dir and fileName; `sharedDir`, when it is the same folder, is
     // taken instead of a new copy.
