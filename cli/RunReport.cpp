@@ -158,7 +158,7 @@ void WriteVerifyReport(QTextStream& out, const VerifyResult& result, const QStri
             out << "  ... (--json lists every fault)\n";
             break;
         }
-        out << "Fault: " << f.message;
+        out << "Fault: " << f.Message();
         if (!f.part.isEmpty())
             out << ": " << f.part;
         out << ": " << f.kind << ": " << f.detail << "\n";
@@ -176,7 +176,7 @@ QJsonObject VerifyJson(const VerifyResult& result, const QString& package) {
     for (const VerifyFinding& f : result.findings)
         findings.append(QJsonObject{{"fault", f.fault},
                                     {"kind", f.kind},
-                                    {"message", f.message},
+                                    {"message", f.Message()},
                                     {"part", f.part},
                                     {"mbox", f.mbox},
                                     {"detail", f.detail}});

@@ -73,7 +73,7 @@ struct MessageDigest {
     QVector<LeafDigest> leaves;
     bool empty = true;      // nothing but line breaks
     QStringList unreadable; // files of detached bodies that could not be read, and why
-    // Where the message is: its store file, or its mbox file and byte range.
+    // Where a package's message is: its mbox file and byte range.
     QString file;
     qint64 begin = 0, end = 0;
 };

@@ -241,7 +241,6 @@ bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString*
         at += piece.size();
     }
     *out = digester.Finish(lastLineTrailer);
-    out->file = path;
     out->begin = countEnd;
     out->end = end;
     return true;
@@ -250,9 +249,9 @@ bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString*
 // ---- Comparing --------------------------------------------------------------
 
 struct Source {
-    QString path;
-    QString mbox; // where it should be
-    int folder;   // index into the result's folders
+    const MailItem* item; // its path is made when it is needed
+    QString mbox;         // where it should be
+    int folder;           // index into the result's folders
     MessageDigest digest;
     bool read = false;
     bool matched = false;
@@ -323,7 +322,7 @@ public:
         if (NeedsSecondLook(s.digest, p)) {
             MessageDigest source, package;
             QString reason;
-            bool read = DigestSource(s.path, true, &source, &reason);
+            bool read = DigestSource(s.item->Path(), true, &source, &reason);
             ReadMbox(
                 p.file, true, [] { return true; }, m_never,
                 [&](MessageDigest m) { package = std::move(m); }, p.begin, p.end);
@@ -335,7 +334,7 @@ public:
 
     void Fault(const Source& s, const QString& mbox, const QString& kind, const QString& part,
                const QString& detail) {
-        m_findings.append({true, kind, s.path, part, mbox, detail});
+        m_findings.append({true, kind, QString(), part, mbox, detail, s.item});
     }
 
 private:
@@ -370,7 +369,7 @@ private:
                 return;
             }
             for (const QString& k : kinds) {
-                m_findings.append({false, k, s.path, part, pkg.file, DescribeChange(k)});
+                m_findings.append({false, k, QString(), part, pkg.file, DescribeChange(k), s.item});
                 worst = std::max(worst, 1);
             }
         };
@@ -389,12 +388,13 @@ private:
             packageLeaves.insert(l.section, &l);
         for (const LeafDigest& l : src.leaves) {
             const LeafDigest* p = packageLeaves.take(l.section);
-            const QString part = PartName(l);
+            const QString part = SharedPartName(l);
             if (l.source == BodySource::NotInStore) {
-                m_findings.append({false, QStringLiteral("not in the store"), s.path, part,
+                m_findings.append({false, QStringLiteral("not in the store"), QString(), part,
                                    pkg.file,
                                    QStringLiteral("Mail kept this part apart and the "
-                                                  "store holds it in neither form")});
+                                                  "store holds it in neither form"),
+                                   s.item});
                 worst = std::max(worst, 1);
                 continue;
             }
@@ -425,12 +425,28 @@ private:
         return worst;
     }
 
+    // A part without a file name is named by its section alone: one string
+    // for each section, however many messages' findings name it.
+    QString SharedPartName(const LeafDigest& leaf) {
+        if (!leaf.name.isEmpty())
+            return PartName(leaf);
+        auto it = m_partNames.constFind(leaf.section);
+        if (it == m_partNames.constEnd())
+            it = m_partNames.insert(leaf.section, PartName(leaf));
+        return *it;
+    }
+
     const VerifyJob& m_job;
     QList<VerifyFinding>& m_findings;
     const std::atomic<bool> m_never{false};
+    QHash<QString, QString> m_partNames; // section -> its name
 };
 
 } // namespace
+
+QString VerifyFinding::Message() const {
+    return item ? item->Path() : message;
+}
 
 QString DescribeChange(const QString& kind, bool* keepBytesAvoids) {
     if (keepBytesAvoids)
@@ -447,13 +463,23 @@ QString DescribeChange(const QString& kind, bool* keepBytesAvoids) {
 }
 
 QMap<QString, quint64> ChangedMessagesByKind(const VerifyResult& result) {
-    QMap<QString, QSet<QString>> messages;
-    for (const VerifyFinding& f : result.findings)
-        if (!f.fault)
-            messages[f.kind].insert(f.message);
+    // Messages of the store by their records (no path made for each),
+    // others by their names.
+    QMap<QString, QSet<const MailItem*>> items;
+    QMap<QString, QSet<QString>> named;
+    for (const VerifyFinding& f : result.findings) {
+        if (f.fault)
+            continue;
+        if (f.item)
+            items[f.kind].insert(f.item);
+        else
+            named[f.kind].insert(f.message);
+    }
     QMap<QString, quint64> counts;
-    for (auto it = messages.cbegin(); it != messages.cend(); ++it)
-        counts.insert(it.key(), quint64(it.value().size()));
+    for (auto it = items.cbegin(); it != items.cend(); ++it)
+        counts[it.key()] += quint64(it.value().size());
+    for (auto it = named.cbegin(); it != named.cend(); ++it)
+        counts[it.key()] += quint64(it.value().size());
     return counts;
 }
 
@@ -488,7 +514,7 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
                 result.folders.append({mbox});
             }
             // The folder's mbox path, one string for all its messages.
-            sources.push_back({path, it.key(), *it, {}, false, false, {}, {}});
+            sources.push_back({&m, it.key(), *it, {}, false, false, {}, {}});
         }
     }
     progress.OnShowingScanProgBar();
@@ -540,7 +566,7 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
     };
     inParallel(int(sources.size()), [&](int i) {
         Source& s = sources[size_t(i)];
-        s.read = DigestSource(s.path, false, &s.digest, &s.reason, &s.notAMessage);
+        s.read = DigestSource(s.item->Path(), false, &s.digest, &s.reason, &s.notAMessage);
         ++steps;
     });
 
@@ -558,8 +584,9 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
             s.matched = true;
             s.folder = -1;
         } else if (!s.read && !stop) {
-            result.findings.append({true, QStringLiteral("unreadable"), s.path, QString(), s.mbox,
-                                    QStringLiteral("cannot be read in the store: ") + s.reason});
+            result.findings.append(
+                {true, QStringLiteral("unreadable"), QString(), QString(), s.mbox,
+                 QStringLiteral("cannot be read in the store: ") + s.reason, s.item});
             count(s.folder, 2);
         }
     }

@@ -23,6 +23,7 @@
 
 class RunProgress;
 class Store;
+struct MailItem;
 
 struct VerifyJob {
     QString package;            // the package folder
@@ -41,10 +42,17 @@ struct VerifyFinding {
     QString kind;    // "missing", "extra", "in another folder", "empty message", "header
                      // differs", "part differs", "part missing", "extra part", "unreadable";
                      // expected: "Latin-1", "trailer mark", "NUL byte", "not in the store"
-    QString message; // the store's message file (or the mbox file, for an extra message)
+    QString message; // the mbox file and place of an extra message (see Message())
     QString part;    // "section 2 (report.pdf)", when a part is concerned
     QString mbox;    // the mbox file where the message is or should be
     QString detail;  // what was found, in words
+    // The store's message, when the finding is about one: its path is made
+    // when asked for, so a store's worth of findings holds no path each. The
+    // store must outlive the finding.
+    const MailItem* item = nullptr;
+
+    // The store's message file (or the mbox file, for an extra message).
+    QString Message() const;
 };
 
 struct VerifyFolder {

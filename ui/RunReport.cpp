@@ -85,7 +85,7 @@ QString VerificationDetails(const VerifyResult& v) {
     QStringList lines;
     for (const VerifyFinding& f : v.findings)
         if (f.fault)
-            lines << QStringLiteral("Fault: ") + f.message +
+            lines << QStringLiteral("Fault: ") + f.Message() +
                          (f.part.isEmpty() ? QString() : QStringLiteral(", ") + f.part) +
                          QStringLiteral(": ") + f.detail;
     const QMap<QString, quint64> kinds = ChangedMessagesByKind(v);
