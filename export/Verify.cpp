@@ -241,6 +241,7 @@ bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString*
         at += piece.size();
     }
     *out = digester.Finish(lastLineTrailer);
+    out->leaves.squeeze(); // kept until the package's message is compared
     out->begin = countEnd;
     out->end = end;
     return true;
@@ -654,6 +655,8 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
             }
             s->matched = true;
             outcome.counts.emplace_back(s->folder, compare.Compare(*s, p));
+            // Its digests are done with: their memory serves the findings.
+            s->digest = MessageDigest();
         });
     });
     if (stop) {
