@@ -17,6 +17,10 @@
 #include <QSet>
 #include <QThread>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
@@ -303,6 +307,12 @@ RunResult EMLXConverter(const Store& store, const ExportJob& job, RunProgress& p
     const bool handedAll = left == 0;
     converters.Finish();
     out.Finish();
+#ifdef __GLIBC__
+    // The threads' buffers are free now; their memory goes back to the
+    // system rather than staying with the threads' arenas while the
+    // verification, on other threads, needs its own.
+    malloc_trim(0);
+#endif
     if (out.Stopped() || (!handedAll && !out.Ended()))
         result.ending = RunResult::Ending::Stopped;
     return result;
