@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QHBoxLayout>
+#include <QPalette>
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QWebEnginePage>
@@ -52,7 +53,11 @@ TextBrowser::~TextBrowser() {
     delete ui;
 }
 
-void TextBrowser::SetWindowLayout() {
+QWebEngineView* TextBrowser::WebView() {
+    if (m_pWebView)
+        return m_pWebView;
+    // The web engine starts with the first body shown: a window that only
+    // converts never pays for it (about 200 MB).
     auto* profile = new QWebEngineProfile(this); // off the record: nothing is stored
     profile->setUrlRequestInterceptor(new LocalOnlyInterceptor(profile));
     m_pWebView = new QWebEngineView(this);
@@ -63,6 +68,20 @@ void TextBrowser::SetWindowLayout() {
     s->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
     s->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
     m_pWebView->setContextMenuPolicy(Qt::NoContextMenu);
+    delete m_pBodyLayout->replaceWidget(m_pBlankBody, m_pWebView);
+    delete m_pBlankBody;
+    m_pBlankBody = nullptr;
+    return m_pWebView;
+}
+
+void TextBrowser::SetWindowLayout() {
+    // Until a body is shown the pane below the fields is blank, as an empty
+    // page shows it.
+    m_pBlankBody = new QWidget(this);
+    m_pBlankBody->setAutoFillBackground(true);
+    QPalette blank = m_pBlankBody->palette();
+    blank.setColor(QPalette::Window, Qt::white);
+    m_pBlankBody->setPalette(blank);
 
     for (QTextEdit* e : {ui->dateBrowser, ui->fromBrowser, ui->toBrowser, ui->subjBrowser})
         MakeOneLine(e);
@@ -94,7 +113,8 @@ void TextBrowser::SetWindowLayout() {
     auto* body = new QHBoxLayout;
     body->setSpacing(100);
     body->setContentsMargins(0, 0, 0, 0);
-    body->addWidget(m_pWebView, 1);
+    body->addWidget(m_pBlankBody, 1);
+    m_pBodyLayout = body;
     auto* all = new QVBoxLayout(this);
     all->setSpacing(0);
     all->setContentsMargins(0, 0, 0, 0);
@@ -131,8 +151,9 @@ void TextBrowser::ClearFields() {
 }
 
 void TextBrowser::ShowBody(const QString& text, bool html) {
-    if (!m_pWebView)
-        return;
+    if (!m_pBodyLayout)
+        return; // no layout yet
+    WebView();
     const QByteArray bytes = text.toUtf8();
     // Pages above about 2 MB cannot be handed over directly; they are shown
     // from a file beside the empty page.

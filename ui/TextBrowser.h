@@ -4,6 +4,7 @@
 
 #include <QWidget>
 
+class QHBoxLayout;
 class QWebEngineView;
 
 namespace Ui {
@@ -27,8 +28,15 @@ public:
     // Path of the empty page loaded before each preview.
     QString EmptyPagePath() const;
 
+    // The web view, made on first use.
+    QWebEngineView* WebView();
+
     Ui::TextBrowserDlg* ui;
-    QWebEngineView* m_pWebView = nullptr;
+    QWebEngineView* m_pWebView = nullptr; // null until a body is shown
     // The window's private folder, where the pages shown are written.
     QString m_strPrivateDir;
+
+private:
+    QWidget* m_pBlankBody = nullptr; // stands where the web view goes
+    QHBoxLayout* m_pBodyLayout = nullptr;
 };
