@@ -20,6 +20,8 @@
 #include <QTextEdit>
 #include <QThread>
 #include <QTreeWidget>
+#include <QWebEnginePage>
+#include <QWebEngineView>
 #include <QtTest>
 
 #include <unistd.h>
@@ -296,6 +298,8 @@ private slots:
             m.subject = QStringLiteral("Message %1").arg(i);
             m.SetPath(file);
             if (i == 2) {
+                m.llPlainStart = TestSupport::ReadFile(file).indexOf("hi\n");
+                m.llPlainEnd = m.llPlainStart + 3;
                 m.attachments.append({body, body + 5, "a.png", QString(), false, false});
                 m.attachments.append({body, body, "gone.pdf", QString(), false, true});
             }
@@ -307,8 +311,16 @@ private slots:
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 3);
         QVERIFY(!w->m_pCenterTreeWidget->topLevelItem(1)->icon(3).isNull());
         QVERIFY(w->m_pCenterTreeWidget->topLevelItem(0)->icon(3).isNull());
+        // The web engine starts with the first body shown, and shows it.
+        QVERIFY(!w->m_pTextBrowser->m_pWebView);
         w->m_pCenterTreeWidget->setCurrentItem(w->m_pCenterTreeWidget->topLevelItem(1));
         QCOMPARE(w->m_strFullSubject, QStringLiteral("Message 2"));
+        QVERIFY(w->m_pTextBrowser->m_pWebView);
+        QString page;
+        QTRY_VERIFY_WITH_TIMEOUT((w->m_pTextBrowser->m_pWebView->page()->toPlainText(
+                                      [&page](const QString& text) { page = text; }),
+                                  page.trimmed() == QLatin1String("hi")),
+                                 20000);
         QComboBox* box = w->m_pTextBrowser->ui->comBoxAttch;
         QCOMPARE(box->count(), 3);
         // A part the store does not hold is there, marked, not to be chosen.
