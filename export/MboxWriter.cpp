@@ -632,6 +632,42 @@ public:
         }
     }
 
+    // Passes whole lines at the read position to `out` up to the first line
+    // that starts with "From " or, when `partial`, with a detached-part
+    // header (or up to the buffer's last whole line); returns how many
+    // bytes went, 0 when the line at the read position is such a line or
+    // the buffer holds no whole line. Each byte is searched once or twice
+    // whatever the lines hold.
+    template <class Out> qint64 TakePlainRun(Out&& out, bool partial) {
+        if (m_tail - m_head < 4096)
+            Fill(m_capacity);
+        const char* p = m_buffer.constData() + m_head;
+        const qint64 have = m_tail - m_head;
+        auto startsLine = [&](const char* text, int len) {
+            return have >= len && memcmp(p, text, size_t(len)) == 0;
+        };
+        if (have == 0 || startsLine("From ", 5) ||
+            (partial && startsLine(kPartHeader, kPartHeaderLen)))
+            return 0;
+        qint64 stop = have;
+        if (const char* f = FindBytes(p, stop, "\nFrom ", 6))
+            stop = f + 1 - p;
+        if (partial)
+            if (const char* h =
+                    FindBytes(p, stop, "\nX-Apple-Content-Length: ", kPartHeaderLen + 1))
+                stop = h + 1 - p;
+        if (stop == have) {
+            // Up to the last whole line; a needle may begin on the next.
+            const char* last = emlx::LastNewline(p, have);
+            if (!last)
+                return 0;
+            stop = last + 1 - p;
+        }
+        out(p, stop);
+        m_head += int(stop);
+        return stop;
+    }
+
 private:
     // At least `want` bytes ahead, or all there are; false when none is.
     bool Fill(int want) {
@@ -786,6 +822,11 @@ CopyResult WriteMessageBytes(QIODevice& message, QIODevice& mbox, bool partial,
     };
 
     while (!reader.AtEnd()) {
+        // Lines that need no look of their own (outside a header block that
+        // takes status lines, no detached body waiting) go many at a time.
+        if (!inHeader && !dropBlank && pendingFile.isEmpty() && !pendingDecoded &&
+            reader.TakePlainRun(write, partial) > 0)
+            continue;
         const QByteArray head = reader.Head(kHeadLen);
         const bool blank = IsBlankLine(head);
         if (dropBlank && blank) {
