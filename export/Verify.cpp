@@ -53,6 +53,7 @@ bool ReadMbox(const QString& path, bool decode, DecodeBase64&& decodeBase64,
     const QByteArray nlSep = '\n' + sep;
     MessageDigester digester(decode, false, decodeBase64());
     QByteArray buf;
+    buf.reserve(int(kChunk) + nlSep.size());
     qint64 base = from;       // file position of buf[0]
     qint64 cursor = 0;        // bytes of buf handed on
     qint64 begin = from;      // the message under way starts here (file position)
@@ -69,10 +70,18 @@ bool ReadMbox(const QString& path, bool decode, DecodeBase64&& decodeBase64,
     };
     while (!stop) {
         if (!eof) {
+            // Read straight into the buffer's end (it keeps its allocation:
+            // only the few bytes a separator may begin with move to its
+            // front).
             const qint64 room = to < 0 ? kChunk : std::min(kChunk, to - (base + buf.size()));
-            const QByteArray more = room > 0 ? file.read(room) : QByteArray();
-            eof = more.isEmpty();
-            buf += more;
+            const int had = buf.size();
+            qint64 got = 0;
+            if (room > 0) {
+                buf.resize(had + int(room));
+                got = std::max<qint64>(file.read(buf.data() + had, room), 0);
+            }
+            buf.resize(had + int(got));
+            eof = got == 0;
         }
         if (!started) {
             // The first message follows a separator at the start; bytes
@@ -143,8 +152,12 @@ bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString*
     if (!OpenForReading(file, path, reason))
         return false;
     const qint64 size = file.size();
-    // The first piece holds the whole of most messages.
-    QByteArray head = file.read(kChunk);
+    // The first piece holds the whole of most messages. The thread's
+    // buffers serve one message after another.
+    thread_local QByteArray headBuffer, pieceBuffer;
+    QByteArray& head = headBuffer;
+    head.resize(int(std::min(size, kChunk)));
+    head.resize(int(std::max<qint64>(file.read(head.data(), head.size()), 0)));
     if (notAMessage) {
         *notAMessage = WhyNotAMessage(path, head.constData(), std::min(head.size(), 512));
         if (!notAMessage->isEmpty())
@@ -234,11 +247,13 @@ bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString*
         return false;
     }
     while (at < end) {
-        const QByteArray piece = file.read(std::min(kChunk, end - at));
-        if (piece.isEmpty())
+        QByteArray& piece = pieceBuffer;
+        piece.resize(int(std::min(kChunk, end - at)));
+        const qint64 got = file.read(piece.data(), piece.size());
+        if (got <= 0)
             break;
-        digester.Add(piece.constData(), piece.size());
-        at += piece.size();
+        digester.Add(piece.constData(), got);
+        at += got;
     }
     *out = digester.Finish(lastLineTrailer);
     out->leaves.squeeze(); // kept until the package's message is compared
