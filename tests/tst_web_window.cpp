@@ -311,11 +311,16 @@ private slots:
         QCOMPARE(w->m_pCenterTreeWidget->topLevelItemCount(), 3);
         QVERIFY(!w->m_pCenterTreeWidget->topLevelItem(1)->icon(3).isNull());
         QVERIFY(w->m_pCenterTreeWidget->topLevelItem(0)->icon(3).isNull());
-        // The web engine starts with the first body shown, and shows it.
+        // The web engine starts with the first body shown, and shows it
+        // where the blank pane was.
         QVERIFY(!w->m_pTextBrowser->m_pWebView);
+        w->resize(1000, 600);
+        w->show();
         w->m_pCenterTreeWidget->setCurrentItem(w->m_pCenterTreeWidget->topLevelItem(1));
         QCOMPARE(w->m_strFullSubject, QStringLiteral("Message 2"));
         QVERIFY(w->m_pTextBrowser->m_pWebView);
+        QTRY_VERIFY(w->m_pTextBrowser->m_pWebView->isVisible() &&
+                    w->m_pTextBrowser->m_pWebView->height() > w->m_pTextBrowser->height() / 2);
         QString page;
         QTRY_VERIFY_WITH_TIMEOUT((w->m_pTextBrowser->m_pWebView->page()->toPlainText(
                                       [&page](const QString& text) { page = text; }),
