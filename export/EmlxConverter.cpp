@@ -13,7 +13,6 @@
 #include "scanner/Store.h"
 
 #include <QBuffer>
-#include <QHash>
 #include <QSet>
 #include <QThread>
 
@@ -24,7 +23,6 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
-#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>

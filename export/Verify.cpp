@@ -18,7 +18,6 @@
 #include <cstring>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <unistd.h>
 
