@@ -6,6 +6,7 @@
 #include "scanner/EmlxLines.h"
 #include "scanner/FileAccess.h"
 
+#include <QBuffer>
 #include <QIODevice>
 
 #include <algorithm>
@@ -211,6 +212,19 @@ private:
     bool m_changed = false;
 };
 
+// The bytes from the read position on, when the device is a read-only
+// buffer over memory: the readers then work on them in place instead of
+// copying them into a buffer of their own.
+QByteArray InMemory(QIODevice& device, qint64 end = -1) {
+    auto* buffer = qobject_cast<QBuffer*>(&device);
+    if (!buffer || !buffer->isOpen() || buffer->isWritable())
+        return QByteArray();
+    const QByteArray& data = buffer->data();
+    const qint64 from = std::min<qint64>(buffer->pos(), data.size());
+    const qint64 to = end >= 0 ? std::clamp<qint64>(end, from, data.size()) : data.size();
+    return QByteArray::fromRawData(data.constData() + from, int(to - from));
+}
+
 // What the copy needs to know about one line.
 struct Line {
     qint64 start = 0;           // file position of its first byte
@@ -243,8 +257,15 @@ class LineReader {
 public:
     LineReader(QIODevice& device, int chunk)
         : m_device(device), m_capacity(std::max(chunk, kMinimumChunk)) {
-        m_buffer.resize(m_capacity);
         m_bufferPos = device.pos();
+        m_buffer = InMemory(device);
+        if (!m_buffer.isNull()) {
+            // The whole message is there already: nothing is ever read.
+            m_end = m_capacity = m_buffer.size();
+            m_eof = true;
+            return;
+        }
+        m_buffer.resize(m_capacity);
     }
 
     // Reads the next line; false at the end of the file.
@@ -593,8 +614,15 @@ class RawReader {
 public:
     RawReader(QIODevice& device, int chunk, qint64 end)
         : m_device(device), m_capacity(std::max(chunk, kMinimumChunk)), m_end(end) {
-        m_buffer.resize(m_capacity);
         m_filePos = device.pos();
+        m_buffer = InMemory(device, end);
+        if (!m_buffer.isNull()) {
+            // The whole range is there already: nothing is ever read.
+            m_tail = m_capacity = m_buffer.size();
+            m_exhausted = true;
+            return;
+        }
+        m_buffer.resize(m_capacity);
     }
     // File position of the next byte.
     qint64 Pos() const { return m_filePos + m_head; }

@@ -43,13 +43,36 @@ QByteArray WithTrailer(const QByteArray& message, const QByteArray& entries) {
            "\n<plist version=\"1.0\">\n<dict>\n" + entries + "</dict>\n</plist>\n";
 }
 
-// What the writer makes of `file`, read `chunk` bytes at a time.
+// Bytes that can only be read through calls, as from a file: the writer
+// works on a QBuffer's bytes in place, and on these through its own buffer.
+class Streamed : public QIODevice {
+public:
+    explicit Streamed(const QByteArray& bytes) : m_bytes(bytes) { open(ReadOnly); }
+    qint64 size() const override { return m_bytes.size(); }
+
+protected:
+    qint64 readData(char* data, qint64 max) override {
+        const qint64 n = qBound<qint64>(0, m_bytes.size() - pos(), max);
+        memcpy(data, m_bytes.constData() + pos(), size_t(n));
+        return n;
+    }
+    qint64 writeData(const char*, qint64) override { return -1; }
+
+private:
+    QByteArray m_bytes;
+};
+
+// What the writer makes of `file`: from memory at the default chunk size,
+// otherwise read `chunk` bytes at a time.
 QByteArray Write(const QByteArray& file, bool partial, const QStringList& parts,
                  const RunOptions& options, int chunk, MboxWriter::CopyResult* result = nullptr,
                  RemovedParts* removed = nullptr) {
-    QBuffer in, out;
-    in.setData(file);
-    in.open(QIODevice::ReadOnly);
+    QBuffer inMemory, out;
+    inMemory.setData(file);
+    inMemory.open(QIODevice::ReadOnly);
+    Streamed streamed(file);
+    QIODevice& in = chunk == MboxWriter::kDefaultChunk ? static_cast<QIODevice&>(inMemory)
+                                                       : static_cast<QIODevice&>(streamed);
     out.open(QIODevice::WriteOnly);
     const MboxWriter::CopyResult r =
         MboxWriter::WriteMessage(in, out, partial, parts, options, chunk, removed);
