@@ -21,6 +21,7 @@
 #endif
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -140,14 +141,14 @@ void ConvertMessage(const Task& task, MboxWriteQueue::Lane& lane, const ExportJo
         lane.EndIncomplete(report);
 }
 
-// Threads that convert messages, one for each lane of the write queue. The
-// messages are handed to them in turn, as the queue takes them from its
-// lanes; a few wait for each thread, so that one busy with a large message
-// does not hold the others.
+// Threads that convert messages, one for each lane of the write queue. Each
+// message goes to the thread with the fewest waiting, so that one busy with
+// a large message does not hold the others; the queue is told whose lane it
+// comes in.
 class Converters {
 public:
     Converters(MboxWriteQueue& out, const ExportJob& job, const emlx::PartFileIndex& partFiles)
-        : m_workers(size_t(out.Lanes())) {
+        : m_out(out), m_workers(size_t(out.Lanes())) {
         for (int i = 0; i < out.Lanes(); ++i) {
             Worker& w = m_workers[size_t(i)];
             MboxWriteQueue::Lane& lane = out.At(i);
@@ -168,8 +169,12 @@ public:
     Converters& operator=(const Converters&) = delete;
 
     void Hand(Task task) {
-        m_workers[m_turn].Add(std::move(task));
-        m_turn = (m_turn + 1) % m_workers.size();
+        size_t least = 0;
+        for (size_t i = 1; i < m_workers.size(); ++i)
+            if (m_workers[i].waiting < m_workers[least].waiting)
+                least = i;
+        m_out.Expect(int(least));
+        m_workers[least].Add(std::move(task));
     }
     // Waits until every message handed over is converted.
     void Finish() {
@@ -186,7 +191,8 @@ private:
         std::mutex mutex;
         std::condition_variable changed;
         std::deque<Task> tasks;
-        bool full = false; // the one handing over waits for room
+        bool full = false;              // the one handing over waits for room
+        std::atomic<size_t> waiting{0}; // tasks.size(), read without the lock
         bool closed = false;
         std::thread thread;
 
@@ -202,6 +208,7 @@ private:
             }
             const bool wasEmpty = tasks.empty();
             tasks.push_back(std::move(task));
+            waiting = tasks.size();
             lock.unlock();
             if (wasEmpty)
                 changed.notify_all();
@@ -213,6 +220,7 @@ private:
                 return false;
             task = std::move(tasks.front());
             tasks.pop_front();
+            waiting = tasks.size();
             const bool room = full && tasks.size() <= kWaiting / 2;
             if (room)
                 full = false;
@@ -229,8 +237,8 @@ private:
             changed.notify_all();
         }
     };
+    MboxWriteQueue& m_out;
     std::vector<Worker> m_workers;
-    size_t m_turn = 0;
 };
 
 } // namespace

@@ -32,6 +32,11 @@ MboxWriteQueue::Lane::Lane(MboxWriteQueue& queue) : m_queue(queue) {
     m_device.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
 }
 
+void MboxWriteQueue::Expect(int i) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_order.push_back(size_t(std::clamp(i, 0, Lanes() - 1)));
+}
+
 void MboxWriteQueue::Lane::BeginMessage(const QString& messagePath, qint64 sizeHint) {
     m_device.m_hint = std::max<qint64>(sizeHint, 1);
     Push(Piece{Piece::Begin, {}, messagePath});
@@ -133,9 +138,11 @@ bool MboxWriteQueue::WriterHasWork() const {
     if (m_ended)
         return std::any_of(m_lanes.begin(), m_lanes.end(),
                            [](const auto& l) { return !l->m_pieces.empty(); });
-    // Enough to do: the lane whose turn it is holds a whole message or half
-    // a lane's worth of one, and a batch is waiting or a lane is full.
-    const Lane& lane = *m_lanes[m_turn];
+    // Enough to do: the lane of the next message holds a whole message or
+    // half a lane's worth of one, and a batch is waiting or a lane is full.
+    if (m_order.empty())
+        return false;
+    const Lane& lane = *m_lanes[m_order.front()];
     return (lane.m_ends > 0 || lane.m_queuedBytes >= kQueueBytes / 2) &&
            (m_queuedBytes >= kWakeBytes || m_blocked > 0);
 }
@@ -153,27 +160,30 @@ void MboxWriteQueue::Write() {
                 lane->m_wakeConverter.notify_all();
             }
             m_queuedBytes = 0;
+            m_order.clear();
             if (m_closed)
                 return;
             continue;
         }
-        // The pieces of the lane whose turn it is, one at a time, until it
+        // The pieces of the next message's lane, one at a time, until it
         // has none: then wait for the next batch.
         for (;;) {
-            Lane& lane = *m_lanes[m_turn];
-            if (lane.m_pieces.empty()) {
+            if (m_order.empty() || m_lanes[m_order.front()]->m_pieces.empty()) {
                 if (!m_closed)
                     break;
-                // Everything is handed over: the lanes end together (a lane
-                // left with pieces while this one is empty would be a
-                // message without its end; written rather than lost).
+                // Everything is handed over. A lane left with pieces while
+                // the next message's lane is empty holds a message without
+                // its end or never announced: written rather than lost.
                 const auto more = std::find_if(m_lanes.begin(), m_lanes.end(),
                                                [](const auto& l) { return !l->m_pieces.empty(); });
                 if (more == m_lanes.end())
                     return;
-                m_turn = size_t(more - m_lanes.begin());
+                if (!m_order.empty())
+                    m_order.pop_front();
+                m_order.push_front(size_t(more - m_lanes.begin()));
                 continue;
             }
+            Lane& lane = *m_lanes[m_order.front()];
             Piece piece = std::move(lane.m_pieces.front());
             lane.m_pieces.pop_front();
             const qint64 size = std::max<qint64>(piece.bytes.size(), piece.bytes.capacity());
@@ -185,7 +195,7 @@ void MboxWriteQueue::Write() {
             const bool ends = piece.kind != Piece::Begin && piece.kind != Piece::Data;
             if (ends) {
                 --lane.m_ends;
-                m_turn = (m_turn + 1) % m_lanes.size();
+                m_order.pop_front();
             }
             lock.unlock();
             // A stop request is looked at before each message.

@@ -2,12 +2,13 @@
 // Writes an export's converted messages to their mbox files on a thread of
 // its own, so that converting messages overlaps writing them.
 //
-// The messages arrive through lanes: each converting thread fills one, and
-// the messages are handed over to the lanes in turn (the first message to
-// lane 0, the next to lane 1, ...), so that the writing thread, taking them
-// from the lanes in the same turn, writes them in the export's order however
-// the conversions overlap. Every message handed over ends with exactly one
-// of EndMessage, EndIncomplete or Report in its lane.
+// The messages arrive through lanes: each converting thread fills one. Each
+// message is announced with its lane (Expect), in the export's order, before
+// its lane gets it; the writing thread takes the messages from the lanes in
+// that order, so it writes them in the export's order however the
+// conversions overlap and whichever thread converts which message. Every
+// message announced ends with exactly one of EndMessage, EndIncomplete or
+// Report in its lane.
 //
 // The writing thread finds (and makes) each message's mbox file as it comes
 // to the message, so mbox files are made in the order of their messages and
@@ -70,6 +71,8 @@ public:
     int Lanes() const { return int(m_lanes.size()); }
     // Lane `i` is used by one thread at a time.
     Lane& At(int i) { return *m_lanes[size_t(i)]; }
+    // The next message of the export comes in lane `i`.
+    void Expect(int i);
     // A report ended the run: what is handed over from now on is dropped.
     bool Ended() const { return m_ended; }
     // The run ended at a stop request.
@@ -136,7 +139,7 @@ public:
     };
 
 private:
-    // The writing thread: the lanes' pieces in turn.
+    // The writing thread: the lanes' pieces, message by message in order.
     void Write();
     // The writer has something to do (under m_mutex).
     bool WriterHasWork() const;
@@ -156,10 +159,10 @@ private:
     std::condition_variable m_wakeWriter;
     // Under m_mutex:
     std::vector<QByteArray> m_spare;
-    qint64 m_queuedBytes = 0; // all lanes
-    int m_blocked = 0;        // converting threads waiting for room
-    size_t m_turn = 0;        // the lane of the message the writer comes to next
-    bool m_closed = false;    // nothing more comes
+    qint64 m_queuedBytes = 0;   // all lanes
+    int m_blocked = 0;          // converting threads waiting for room
+    std::deque<size_t> m_order; // the lanes of the messages to come, in order
+    bool m_closed = false;      // nothing more comes
     std::atomic<bool> m_ended{false};
     std::atomic<bool> m_stopped{false};
     std::thread m_writer;

@@ -430,7 +430,8 @@ private slots:
     }
 
     // The write queue takes messages from two converting threads, each
-    // filling its lane, in pieces, and waits when too much is queued:
+    // filling its lane with the messages it was given (unevenly), in
+    // pieces, and waits when too much is queued:
     // whatever the sizes of the messages and of the writes, each mbox file
     // gets its messages whole and in the order they were handed over, a
     // message cut short keeps what it had, only whole ones are counted, a
@@ -459,9 +460,16 @@ private slots:
                     return i == lost ? QString() : paths[fileOf(i)];
                 },
                 2);
+            // Messages go to the lanes unevenly, as to threads that are
+            // free at different times.
+            auto laneOf = [](int i) { return i % 5 < 3 ? 0 : 1; };
+            for (int i = 0; i < sizes.size(); ++i)
+                queue.Expect(laneOf(i));
             auto convert = [&](int lane) {
                 MboxWriteQueue::Lane& out = queue.At(lane);
-                for (int i = lane; i < sizes.size(); i += 2) {
+                for (int i = 0; i < sizes.size(); ++i) {
+                    if (laneOf(i) != lane)
+                        continue;
                     if (i == last) {
                         out.ReportOnly([](RunResult& r) {
                             r.EndAt(RunResult::Ending::UnreadableFile, "x", "gone", 2);
