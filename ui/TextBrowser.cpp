@@ -56,8 +56,8 @@ TextBrowser::~TextBrowser() {
 QWebEngineView* TextBrowser::WebView() {
     if (m_pWebView)
         return m_pWebView;
-    // The web engine starts with the first body shown: a window that only
-    // converts never pays for it (about 200 MB).
+    // The web engine starts with the first body shown (the first message
+    // of the folder a scan shows), not with the window.
     auto* profile = new QWebEngineProfile(this); // off the record: nothing is stored
     profile->setUrlRequestInterceptor(new LocalOnlyInterceptor(profile));
     m_pWebView = new QWebEngineView(this);
