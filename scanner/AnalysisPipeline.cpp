@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-AnalysisPipeline::AnalysisPipeline(int threads, const QStringList& partFiles)
-    : m_partFiles(partFiles) {
-    for (int i = 0; i < qMax(1, threads); ++i)
+AnalysisPipeline::AnalysisPipeline(int helpers, const QStringList& partFiles)
+    : m_partFiles(partFiles), m_takerFile(new MessageFile) {
+    for (int i = 0; i < helpers; ++i)
         m_threads.emplace_back([this] { Work(); });
 }
 
@@ -39,10 +39,19 @@ MailItem AnalysisPipeline::Take(Analysis* outcome, QString* why) {
     }
     std::shared_ptr<Job> job = m_queue.front();
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (!job->done) {
-        // This thread does little per message and soon waits again: it
-        // sleeps until a few more files are ready too, so that it is woken
-        // once per batch instead of once per file.
+    while (!job->done) {
+        if (!m_todo.empty()) {
+            // Analyse the next file not yet started rather than wait.
+            std::shared_ptr<Job> next = std::move(m_todo.front());
+            m_todo.pop_front();
+            lock.unlock();
+            Run(*next, *m_takerFile);
+            lock.lock();
+            next->done = true;
+            continue;
+        }
+        // Everything is started: sleep until a few more files are ready
+        // too, so that this thread is woken once per batch, not per file.
         m_wakeFor = m_queue[std::min<size_t>(kBatch, m_queue.size()) - 1];
         m_done.wait(lock, [&job, this] { return job->done && m_wakeFor->done; });
         m_wakeFor.reset();
@@ -51,6 +60,15 @@ MailItem AnalysisPipeline::Take(Analysis* outcome, QString* why) {
     *outcome = job->outcome;
     *why = job->why;
     return std::move(job->item);
+}
+
+void AnalysisPipeline::Run(Job& job, MessageFile& file) const {
+    // Only a partial message has part files; those of its folder and
+    // number are all it needs to see.
+    const QStringList parts = job.path.contains(QLatin1String(".partial.emlx"))
+                                  ? m_partFiles.Candidates(job.path)
+                                  : QStringList();
+    job.outcome = AnalyseMessageFile(file, job.path, parts, &job.item, &job.why);
 }
 
 void AnalysisPipeline::Work() {
@@ -66,19 +84,9 @@ void AnalysisPipeline::Work() {
             job = m_todo.front();
             m_todo.pop_front();
         }
-        MailItem item;
-        QString why;
-        // Only a partial message has part files; those of its folder and
-        // number are all it needs to see.
-        const QStringList parts = job->path.contains(QLatin1String(".partial.emlx"))
-                                      ? m_partFiles.Candidates(job->path)
-                                      : QStringList();
-        const Analysis outcome = AnalyseMessageFile(file, job->path, parts, &item, &why);
+        Run(*job, file);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            job->item = std::move(item);
-            job->outcome = outcome;
-            job->why = why;
             job->done = true;
             if (!m_wakeFor || !m_wakeFor->done)
                 continue;

@@ -85,7 +85,7 @@ Store EMLXFinder(const QString& m_strInputfilepath, const ScanOptions& options,
     FolderBuilder builder(store, progress);
     // The next few message files are analysed ahead on helper threads; the
     // results are attached and announced here in list order.
-    AnalysisPipeline pipeline(qBound(1, QThread::idealThreadCount(), 8),
+    AnalysisPipeline pipeline(qBound(1, QThread::idealThreadCount(), 8) - 1,
                               store.listOfPathOfEmlxPart);
     int ahead = 0; // entries submitted to the pipeline (or passed over)
     auto readAhead = [&](int from) {
