@@ -21,14 +21,21 @@ const char* Find(const char* from, const char* end, const char* text) {
 
 // Mail writes its trailer one way: the first dictionary holds a flat list of
 // keys and plain values. When "<key>NAME</key>" comes before any other
-// "<dict>" than the first and is followed by an integer, that is the answer;
-// anything else is left to the XML reader.
+// "<dict>" than the first and is followed by an integer, that is the answer.
+// When NAME is nowhere in the text and nothing could spell it in pieces (an
+// entity, a comment, a CDATA section), there is no such key. Anything else
+// is left to the XML reader.
 std::optional<std::optional<quint64>> QuickInteger(const char* data, qint64 size,
-                                                   const QByteArray& keyElement) {
+                                                   const char* name) {
     const char* end = data + size;
+    const QByteArray keyElement = "<key>" + QByteArray(name) + "</key>";
     const char* key = Find(data, end, keyElement.constData());
-    if (!key)
+    if (!key) {
+        if (!Find(data, end, name) && !memchr(data, '&', size_t(size)) &&
+            !Find(data, end, "<!--") && !Find(data, end, "<![CDATA["))
+            return std::optional<quint64>();
         return std::nullopt;
+    }
     const char* dict = Find(data, key, "<dict>");
     if (!dict || Find(dict + 6, key, "<dict>") || Find(dict + 6, key, "</dict>"))
         return std::nullopt;
@@ -48,7 +55,7 @@ std::optional<std::optional<quint64>> QuickInteger(const char* data, qint64 size
 
 std::optional<quint64> TrailerInteger(const char* data, qint64 size, const char* name) {
     size = qBound<qint64>(0, size, kLongestTrailer);
-    if (const auto quick = QuickInteger(data, size, "<key>" + QByteArray(name) + "</key>"))
+    if (const auto quick = QuickInteger(data, size, name))
         return *quick;
     // Only the keys of the outermost dictionary count (depth 2: plist, dict).
     // The reading starts at the plist element: the prolog before it is not

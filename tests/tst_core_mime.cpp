@@ -8,6 +8,7 @@
 #include "scanner/MimePasses.h"
 #include "scanner/ScaningThread.h"
 #include "scanner/Store.h"
+#include "scanner/TrailerFlags.h"
 #include "tests/TestSupport.h"
 
 #include <QRandomGenerator>
@@ -305,6 +306,44 @@ private slots:
                 .join('|');
         QCOMPARE(item.flags, std::optional<quint64>(8590195717ULL)); // Mail's read, seen ...
         QCOMPARE(got, expected);
+    }
+
+    // A key is read from the outer dictionary only, however the trailer
+    // spells it; "-" is no such integer.
+    void trailerIntegers_data() {
+        QTest::addColumn<QByteArray>("dict");
+        QTest::addColumn<QString>("expected");
+        auto row = [](const char* name, const QByteArray& dict, const char* expected) {
+            QTest::newRow(name) << dict << QString::fromLatin1(expected);
+        };
+        row("plain",
+            "<key>flags</key><integer>1</integer><key>date-received</key>\n"
+            "\t<integer>1362492429</integer>",
+            "1362492429");
+        row("absent", "<key>flags</key><integer>1</integer>", "-");
+        row("not an integer", "<key>date-received</key><string>7</string>", "-");
+        row("only in an inner dictionary",
+            "<key>x</key><dict><key>date-received</key><integer>5</integer></dict>", "-");
+        row("after an inner dictionary",
+            "<key>x</key><dict><key>y</key><integer>5</integer></dict>"
+            "<key>date-received</key><integer>6</integer>",
+            "6");
+        row("spelt with an entity", "<key>date&#45;received</key><integer>7</integer>", "7");
+        row("split by a comment", "<key>date<!-- -->-received</key><integer>8</integer>", "8");
+        row("in a CDATA section", "<key><![CDATA[date-received]]></key><integer>9</integer>", "9");
+        row("name as a value only", "<key>s</key><string>date-received</string>", "-");
+        row("negative", "<key>date-received</key><integer>-1</integer>", "18446744073709551615");
+    }
+    void trailerIntegers() {
+        QFETCH(QByteArray, dict);
+        QFETCH(QString, expected);
+        const QByteArray trailer = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                   "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+                                   "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+                                   "<plist version=\"1.0\">\n<dict>\n" +
+                                   dict + "\n</dict>\n</plist>\n";
+        const auto got = emlx::TrailerInteger(trailer.constData(), trailer.size(), "date-received");
+        QCOMPARE(got ? QString::number(*got) : QStringLiteral("-"), expected);
     }
 
     void dateInOtherLocale() {
