@@ -31,6 +31,35 @@ qint64 LineStartBefore(const char* data, qint64 from, qint64 at) {
     return nl ? nl - data + 1 : from;
 }
 
+// First p in [from, end) with p[0] == a and p[1] == b or c; `end` must be
+// followed by at least one readable byte. Where `a` is rare the library's
+// search jumps ahead; where it is common ("<" in HTML) the pairs are tested
+// 32 bytes at a time instead of stopping at every `a`.
+const char* FirstPair(const char* from, const char* end, char a, char b, char c) {
+    const char* p = from;
+    while (end - p >= 32) {
+        const char* hit = static_cast<const char*>(memchr(p, a, size_t(end - p)));
+        if (!hit)
+            return nullptr;
+        p = hit;
+        for (; end - p >= 32; p += 32) {
+            const emlx::Bytes16 x0 = emlx::Load16(p), x1 = emlx::Load16(p + 16);
+            const quint32 firsts = emlx::Mask(x0 == a) | emlx::Mask(x1 == a) << 16;
+            if (!firsts)
+                break; // back to the library's search
+            const emlx::Bytes16 y0 = emlx::Load16(p + 1), y1 = emlx::Load16(p + 17);
+            const quint32 seconds =
+                emlx::Mask((y0 == b) | (y0 == c)) | emlx::Mask((y1 == b) | (y1 == c)) << 16;
+            if (const quint32 both = firsts & seconds)
+                return p + __builtin_ctz(both);
+        }
+    }
+    for (; p < end; ++p)
+        if (p[0] == a && (p[1] == b || p[1] == c))
+            return p;
+    return nullptr;
+}
+
 } // namespace
 
 namespace emlx {
@@ -63,7 +92,7 @@ qint64 NeedleFinder::FirstIn(qint64 from, qint64 last) {
     }
     const qint64 ahead = 256 * 1024;
     const qint64 hi = qMin(lastStart, qMax(last, from + ahead));
-    // Jump from first byte to first byte; note the paired text on the way.
+    // Jump from first-two-bytes pair to pair; note the paired text on the way.
     const bool noteOther = m_other && m_other->m_needle[0] == m_needle[0] &&
                            !(from >= m_other->m_lo && from <= m_other->m_hi);
     qint64 found = -1, other = -1;
@@ -71,10 +100,11 @@ qint64 NeedleFinder::FirstIn(qint64 from, qint64 last) {
     const char* const end = m_data + hi + 1;
     qint64 released = from;
     while (p < end) {
-        // Look for the first byte a stretch at a time, giving back what lies behind.
+        // Look for the pairs a stretch at a time, giving back what lies behind.
         const char* stretchEnd =
             end - p > MessageFile::kReleaseStep ? p + MessageFile::kReleaseStep : end;
-        const char* hit = static_cast<const char*>(memchr(p, m_needle[0], size_t(stretchEnd - p)));
+        const char* hit = FirstPair(p, stretchEnd, m_needle[0], m_needle[1],
+                                    noteOther ? m_other->m_needle[1] : m_needle[1]);
         if (!hit) {
             p = stretchEnd;
             if (m_owner && p < end) {
@@ -433,26 +463,31 @@ template <typename Interesting> void MessageFile::SkipLines(Interesting interest
     // line feeds goes on.
     qint64 at = pos;
     qint64 released = pos;
-    while (at + 16 <= m_size) {
+    while (at + 32 <= m_size) {
+        // 32 bytes a step, a stretch at a time, so that pages behind can be
+        // given back between stretches.
+        const qint64 last = qMin(m_size - 32, released + kReleaseStep);
+        for (; at <= last; at += 32) {
+            quint32 mask = emlx::Mask(emlx::Load16(d + at) == '\n') |
+                           (emlx::Mask(emlx::Load16(d + at + 16) == '\n') << 16);
+            while (mask) {
+                const qint64 next = at + __builtin_ctz(mask) + 1;
+                mask &= mask - 1;
+                if (stop >= 0 && stop < next) {
+                    m_pos = pos;
+                    return;
+                }
+                pos = next;
+                if (next >= m_size || interesting(d + next, end)) {
+                    m_pos = pos;
+                    return;
+                }
+            }
+        }
         if (at - released >= kReleaseStep) {
             ReleaseBehind(released, at);
             released = at;
         }
-        unsigned mask = emlx::Mask(emlx::Load16(d + at) == '\n');
-        while (mask) {
-            const qint64 next = at + __builtin_ctz(mask) + 1;
-            mask &= mask - 1;
-            if (stop >= 0 && stop < next) {
-                m_pos = pos;
-                return;
-            }
-            pos = next;
-            if (next >= m_size || interesting(d + next, end)) {
-                m_pos = pos;
-                return;
-            }
-        }
-        at += 16;
     }
     while (at < m_size) {
         if (at - released >= kReleaseStep) {

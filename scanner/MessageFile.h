@@ -24,7 +24,10 @@ namespace emlx {
 // it met of the other, so one walk over the bytes serves both.
 class NeedleFinder {
 public:
-    NeedleFinder(const char* needle, int size) : m_needle(needle), m_size(size) {}
+    // `needle`: at least two bytes (the search goes by its first two).
+    NeedleFinder(const char* needle, int size) : m_needle(needle), m_size(size) {
+        Q_ASSERT(size >= 2);
+    }
     void Reset(const char* data, qint64 size);
     void Pair(NeedleFinder* other) { m_other = other; }
     void SetOwner(MessageFile* owner) { m_owner = owner; }

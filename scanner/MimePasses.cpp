@@ -125,6 +125,15 @@ bool MarksAttachment(const Line& line) {
         line.Text().midRef(20).trimmed().startsWith(QLatin1String("attachment"),
                                                     Qt::CaseInsensitive))
         return true;
+    // Most header lines have no "name" at all: the bytes tell without
+    // decoding the line (its ASCII letters are the text's).
+    const qint64 n = line.ContentLen();
+    bool maybe = false;
+    for (qint64 i = 0; i + 4 <= n && !maybe; ++i)
+        maybe = (line.p[i] | 0x20) == 'n' && (line.p[i + 1] | 0x20) == 'a' &&
+                (line.p[i + 2] | 0x20) == 'm' && (line.p[i + 3] | 0x20) == 'e';
+    if (!maybe)
+        return false;
     const QString t = line.Text();
     for (int at = t.indexOf(QLatin1String("name"), 0, Qt::CaseInsensitive); at >= 0;
          at = t.indexOf(QLatin1String("name"), at + 4, Qt::CaseInsensitive)) {
