@@ -254,13 +254,74 @@ HeaderFields ReadHeaderFields(MessageFile& file) {
     return h;
 }
 
+namespace {
+
+// Index of a three-letter English name at p (any case) in `names`, or -1.
+int NameIndex(const char* p, const char (*names)[4], int count) {
+    for (int i = 0; i < count; ++i)
+        if (qstrnicmp(p, names[i], 3) == 0)
+            return i;
+    return -1;
+}
+
+// Reads `digits` digits at p into *value; false when one is not a digit.
+bool Digits(const char* p, int digits, int* value) {
+    *value = 0;
+    for (int i = 0; i < digits; ++i) {
+        if (p[i] < '0' || p[i] > '9')
+            return false;
+        *value = *value * 10 + (p[i] - '0');
+    }
+    return true;
+}
+
+// The usual spellings, "Tue 05 Mar 2013 14:07:09 ..." and "5 Mar 2013
+// 14:07:09 ...", read without strptime, which gives the same day and time
+// for them: what follows the seconds does not change those. False for
+// anything else.
+bool QuickMailDate(const QByteArray& text, QByteArray* out) {
+    static const char days[7][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static const char months[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const char* p = text.constData(); // ends with a NUL byte
+    if (p[0] && p[1] && p[2] && p[3] == ' ' && NameIndex(p, days, 7) >= 0)
+        p += 4;
+    int day = 0, month = -1, year = 0, hour = 0, minute = 0, second = 0;
+    const int dayDigits = p[0] && p[1] == ' ' ? 1 : 2;
+    if (!Digits(p, dayDigits, &day) || p[dayDigits] != ' ' || day < 1 || day > 31)
+        return false;
+    p += dayDigits + 1;
+    if (!p[0] || !p[1] || !p[2] || p[3] != ' ' || (month = NameIndex(p, months, 12)) < 0)
+        return false;
+    p += 4;
+    if (!Digits(p, 4, &year) || year < 1000 || p[4] != ' ')
+        return false;
+    p += 5;
+    if (!Digits(p, 2, &hour) || p[2] != ':' || !Digits(p + 3, 2, &minute) || p[5] != ':' ||
+        !Digits(p + 6, 2, &second) || hour > 23 || minute > 59 || second > 61)
+        return false;
+    char buffer[32];
+    const int n =
+        snprintf(buffer, sizeof buffer, "%02d %s %d %02d:%02d:%02d %s", day, months[month], year,
+                 hour % 12 == 0 ? 12 : hour % 12, minute, second, hour < 12 ? "AM" : "PM");
+    *out = QByteArray(buffer, n);
+    return true;
+}
+
+} // namespace
+
 QByteArray FormatMailDate(const QString& dateValue) {
-    QString d = dateValue;
+    // The marks below are ASCII: taking them out of the Latin-1 bytes is
+    // taking them out of the text.
+    QByteArray text = dateValue.toLatin1();
     static const char* const removed[] = {" (UTC)", " CDT", " EDT", " EST",
                                           " CST",   " DST", ",",    "\n"};
     for (const char* r : removed)
-        d.remove(QLatin1String(r));
-    const QByteArray text = d.toLatin1();
+        if (text.contains(r))
+            text.replace(r, "");
+    QByteArray quick;
+    if (QuickMailDate(text, &quick))
+        return quick;
 
     // English month and day names whatever the user's locale.
     static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));

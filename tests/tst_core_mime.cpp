@@ -346,6 +346,28 @@ private slots:
         QCOMPARE(got ? QString::number(*got) : QStringLiteral("-"), expected);
     }
 
+    void mailDates_data() {
+        QTest::addColumn<QString>("date");
+        QTest::addColumn<QByteArray>("expected");
+        auto row = [](const char* date, const char* expected) {
+            QTest::newRow(date) << QString::fromUtf8(date) << QByteArray(expected);
+        };
+        row("Tue, 05 Mar 2013 14:07:09 +0000", "05 Mar 2013 02:07:09 PM");
+        row("5 mar 2013 00:00:00 -0700", "05 Mar 2013 12:00:00 AM");
+        row("Sat, 31 Dec 1999 12:00:00 EST", "31 Dec 1999 12:00:00 PM");
+        row("Tue, 5 Mar 2013 23:59:61 (UTC)", "05 Mar 2013 11:59:61 PM");
+        row("Tuesday, 05 March 2013 14:07:09", "05 Mar 2013 02:07:09 PM");
+        row("Mon, 05 Mar 13 14:07:09", "05 Mar 13 02:07:09 PM");
+        row("05 Mar 0999 14:07:09", "05 Mar 999 02:07:09 PM");
+        row("Tue, 05 Mar 2013 24:00:00", "");
+        row("Xyz, 05 Mar 2013 14:07:09", "");
+    }
+    void mailDates() {
+        QFETCH(QString, date);
+        QFETCH(QByteArray, expected);
+        QCOMPARE(FormatMailDate(date), expected);
+    }
+
     void dateInOtherLocale() {
         // Month and day names are English whatever the process locale is.
         const char* old = setlocale(LC_ALL, nullptr);
