@@ -13,8 +13,19 @@ void AppendJsonString(QString& out, const QString& text) {
     };
     out += QLatin1Char('"');
     const int n = text.size();
+    const QChar* units = text.constData();
     for (int i = 0; i < n; ++i) {
-        const QChar c = text.at(i);
+        // Runs that need no escape go in whole.
+        int run = i;
+        while (run < n && units[run].unicode() >= 0x20 && units[run] != QLatin1Char('"') &&
+               units[run] != QLatin1Char('\\') && !units[run].isSurrogate())
+            ++run;
+        if (run > i) {
+            out.append(units + i, run - i);
+            i = run - 1;
+            continue;
+        }
+        const QChar c = units[i];
         const ushort u = c.unicode();
         switch (u) {
         case '"':
