@@ -188,6 +188,20 @@ struct LineView {
     bool IsBlank() const { return n == 0 && nl; }
 };
 
+// A line of the whole lines p[0, n) begins with a UTF-8 byte-order mark.
+bool LineStartsWithBom(const char* p, qint64 n) {
+    const char bom[] = "\xEF\xBB\xBF";
+    for (qint64 at = 0; at + 3 <= n;) {
+        const char* c = static_cast<const char*>(memchr(p + at, bom[0], size_t(n - at)));
+        if (!c)
+            return false;
+        if (c + 3 <= p + n && memcmp(c, bom, 3) == 0 && (c == p || c[-1] == '\n'))
+            return true;
+        at = c - p + 1;
+    }
+    return false;
+}
+
 bool HasNul(const char* p, qint64 n) {
     return n > 0 && memchr(p, 0, size_t(n));
 }
@@ -444,12 +458,41 @@ public:
         if (!copyLoses && CopiedLine(line, m_buffer, &copied))
             Text(m_copied, m_copiedDecoder, m_copiedNewlines, copied.p, copied.n, copied.nl);
     }
-    // Whole lines that need no look of their own: no 8-bit byte, NUL, "\r"
-    // or trailer mark, none a delimiter; ending with "\n".
-    void PlainLines(const char* p, qint64 n) {
+    // Whole lines that need no look of their own: no NUL, "\r" or trailer
+    // mark, none a delimiter; ending with "\n". `eightBit`: a byte of 0x80
+    // or more among them.
+    void Lines(const char* p, qint64 n, bool eightBit) {
+        if (eightBit) {
+            m_leaf.eightBit = true;
+            if (m_same && m_copies)
+                Diverge();
+        }
         Raw(p, n - 1, true);
-        if (!m_same)
+        if (m_same)
+            return;
+        if (!eightBit) {
             Copied(p, n);
+            return;
+        }
+        // The copy through Latin-1: all the lines at once, as the line
+        // breaks go through unchanged, unless a line is not valid UTF-8 or
+        // starts with a byte-order mark (the copy drops it there).
+        if (!LineStartsWithBom(p, n)) {
+            m_buffer.resize(int(n));
+            const qint64 got = emlx::Utf8ToLatin1(p, n, m_buffer.data());
+            if (got >= 0) {
+                Copied(m_buffer.constData(), got);
+                return;
+            }
+        }
+        for (qint64 at = 0; at < n;) {
+            const char* nl = static_cast<const char*>(memchr(p + at, '\n', size_t(n - at)));
+            const qint64 next = nl - p + 1;
+            LineView copied;
+            if (CopiedLine(LineView::Of(p + at, next - at), m_buffer, &copied))
+                Text(m_copied, m_copiedDecoder, m_copiedNewlines, copied.p, copied.n, copied.nl);
+            at = next;
+        }
     }
     // A piece of a line too long to hold; `last` ends it.
     void LongPiece(const char* data, qint64 size, bool last) {
@@ -607,23 +650,34 @@ bool IsLeftOutField(const LineView& line) {
 }
 
 // Length of the whole lines at the start of `data` that need no look of
-// their own in a leaf's body (LeafSink::PlainLines): up to a line starting
-// with "-" or ">" or holding an 8-bit byte, a NUL, "\r" or "<?"/"<!".
-qint64 PlainLinesAt(const char* data, qint64 size) {
+// their own in a leaf's body (LeafSink::Lines): up to a line starting with
+// "-" or ">" or holding a NUL, "\r" or "<?"/"<!". `*eightBit`: a byte of
+// 0x80 or more among those lines.
+qint64 LinesAt(const char* data, qint64 size, bool* eightBit) {
     using emlx::Bytes16;
+    typedef unsigned char Unsigned16 __attribute__((vector_size(16)));
+    *eightBit = false;
     if (size > 0 && (data[0] == '-' || data[0] == '>'))
         return 0;
     auto stops = [](Bytes16 v, Bytes16 next) {
-        return (v == 0) | (v == '\r') | (v < 0) | ((v == '<') & ((next == '?') | (next == '!'))) |
+        return (v == 0) | (v == '\r') | ((v == '<') & ((next == '?') | (next == '!'))) |
                ((v == '\n') & ((next == '-') | (next == '>')));
     };
     qint64 i = 0;
-    for (; i + 17 <= size; i += 16)
-        if (emlx::Any(stops(emlx::Load16(data + i), emlx::Load16(data + i + 1))))
+    for (; i + 17 <= size; i += 16) {
+        // Most blocks hold no byte below 14 (line feeds, "\r", NUL) and no
+        // "<": a cheap test lets them by.
+        const Bytes16 v = emlx::Load16(data + i);
+        if (!emlx::Any(Bytes16((Unsigned16(v) < 14) | (v == '<'))))
+            continue;
+        if (const unsigned mask = emlx::Mask(stops(v, emlx::Load16(data + i + 1)))) {
+            i += __builtin_ctz(mask);
             break;
+        }
+    }
     for (; i < size; ++i) {
         const auto c = static_cast<unsigned char>(data[i]);
-        if (c == 0 || c == '\r' || c >= 0x80)
+        if (c == 0 || c == '\r')
             break;
         if (i + 1 < size && ((c == '<' && (data[i + 1] == '?' || data[i + 1] == '!')) ||
                              (c == '\n' && (data[i + 1] == '-' || data[i + 1] == '>'))))
@@ -632,7 +686,9 @@ qint64 PlainLinesAt(const char* data, qint64 size) {
             break; // what follows is not known yet
     }
     const char* last = emlx::LastNewline(data, i + (i < size && data[i] == '\n' ? 1 : 0));
-    return last ? last + 1 - data : 0;
+    const qint64 n = last ? last + 1 - data : 0;
+    *eightBit = !emlx::IsAscii(data, n);
+    return n;
 }
 
 // Section numbers and encodings repeat from message to message: digests
@@ -801,9 +857,10 @@ struct MessageDigester::State {
             qint64 size = chunk.size();
             while (size > 0) {
                 if (l.isEmpty()) {
-                    const qint64 plain = PlainLinesAt(data, size);
+                    bool eightBit = false;
+                    const qint64 plain = LinesAt(data, size, &eightBit);
                     if (plain > 0) {
-                        leaf.PlainLines(data, plain);
+                        leaf.Lines(data, plain, eightBit);
                         data += plain;
                         size -= plain;
                         continue;
@@ -888,12 +945,13 @@ MessageDigester::~MessageDigester() {
 
 void MessageDigester::Add(const char* data, qint64 size) {
     while (size > 0) {
-        // Runs of plain lines in a leaf's body go whole.
+        // Runs of lines that need no look of their own go whole.
         if (d->line.isEmpty() && !d->longLine && d->mode == State::LeafBody && !d->skipBlank) {
-            const qint64 plain = PlainLinesAt(data, size);
+            bool eightBit = false;
+            const qint64 plain = LinesAt(data, size, &eightBit);
             if (plain > 0) {
                 d->out.empty = false;
-                d->leaf.PlainLines(data, plain);
+                d->leaf.Lines(data, plain, eightBit);
                 data += plain;
                 size -= plain;
                 continue;

@@ -30,7 +30,8 @@ QByteArray WithAttachments(const QByteArray& id) {
            "@example.org>\nContent-Type: multipart/mixed;\n\tboundary=\"B\"\n\n"
            "--B\nContent-Type: text/plain; charset=utf-8\nContent-Transfer-Encoding: 8bit\n\n"
            "Gr\xC3\xBC\xC3\x9F"
-           "e\n" +
+           "e\n\xEF\xBB\xBF"
+           "a line after a byte-order mark\n-\nnot UTF-8: \xC3(\n\xC3\xA9t\xC3\xA9\n" +
            attachment("a.bin", "QUFBQQ==") + attachment("b.bin", "QkJCQg==") + "--B--\n";
 }
 
