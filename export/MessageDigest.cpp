@@ -426,11 +426,15 @@ private:
 // until a line comes that the copy changes.
 class LeafSink {
 public:
-    void Start(LeafDigest leaf, bool decode, bool copies) {
+    // `copies`: the copy's digests are worked out; `keepRaw`: also the
+    // bytes' digest after the copy's first change.
+    void Start(LeafDigest leaf, bool decode, bool copies, bool keepRaw) {
         m_leaf = std::move(leaf);
         m_raw.Reset();
         m_decode = decode;
         m_copies = copies;
+        m_keepRaw = keepRaw || decode;
+        m_rawKnown = true;
         if (decode) {
             m_decoder.Start(m_leaf.encoding);
             m_copiedDecoder.Start(m_leaf.encoding);
@@ -522,8 +526,9 @@ public:
         m_leaf.source = BodySource::DecodedFile;
     }
     LeafDigest Finish() {
-        m_leaf.raw = m_raw.Value();
-        m_leaf.copied = m_same ? m_leaf.raw : m_copiedKnown ? m_copied.Value() : ~m_leaf.raw;
+        m_leaf.rawKnown = m_rawKnown;
+        m_leaf.raw = m_rawKnown ? m_raw.Value() : 0;
+        m_leaf.copied = m_same ? m_leaf.raw : m_copiedKnown ? m_copied.Value() : ~m_raw.Value();
         if (m_leaf.source == BodySource::DecodedFile) {
             m_leaf.decoded = m_leaf.decodedCopied = m_decodedFile.Finish();
         } else if (m_decode) {
@@ -546,6 +551,7 @@ private:
         if (m_decode)
             m_copiedDecoder = m_decoder;
         m_same = false;
+        m_rawKnown = m_keepRaw;
     }
     void Raw(const char* data, qint64 n, bool nl) {
         if (n == 0 && !nl)
@@ -554,7 +560,8 @@ private:
     }
     // Text bytes, then the line break when `nl`.
     void RawPiece(const char* data, qint64 n, bool nl) {
-        Text(m_raw, m_decoder, m_rawNewlines, data, n, nl);
+        if (m_rawKnown)
+            Text(m_raw, m_decoder, m_rawNewlines, data, n, nl);
     }
     void Copied(const char* text, qint64 size) {
         Text(m_copied, m_copiedDecoder, m_copiedNewlines, text, size, false);
@@ -583,7 +590,9 @@ private:
     StreamHash m_raw, m_copied;
     BodyDecoder m_decoder, m_copiedDecoder, m_decodedFile;
     bool m_decode = false;
-    bool m_copies = true; // the copy's digests are worked out
+    bool m_copies = true;   // the copy's digests are worked out
+    bool m_keepRaw = true;  // and the bytes' after the copy's first change
+    bool m_rawKnown = true; // m_raw has every line so far
     qint64 m_rawNewlines = 0, m_copiedNewlines = 0;
     QByteArray m_buffer; // a copied line
     bool m_same = true, m_copiedKnown = true, m_longSpecial = false;
@@ -705,7 +714,7 @@ template <class Text> Text Shared(const Text& text) {
 
 struct MessageDigester::State {
     bool decode;
-    bool copies;
+    Digests digests = Digests::All;
     bool decodeBase64 = false;
     // The line being read across pieces: held whole up to a size, then
     // passed on in pieces.
@@ -777,7 +786,7 @@ struct MessageDigester::State {
                 header.Add(l.p, l.n);
                 header.Add("\n", l.nl ? 1 : 0);
                 LineView copied;
-                if (copies && !copyLoses && CopiedLine(l, buffer, &copied)) {
+                if (digests != Digests::Raw && !copyLoses && CopiedLine(l, buffer, &copied)) {
                     headerCopied.Add(copied.p, copied.n);
                     headerCopied.Add("\n", copied.nl ? 1 : 0);
                 }
@@ -817,7 +826,9 @@ struct MessageDigester::State {
             d.encoding = Shared(headers.encoding);
             d.name = headers.name;
             d.detached = headers.detached;
-            leaf.Start(d, decode || (decodeBase64 && d.encoding == "base64"), copies);
+            leaf.Start(d, decode || (decodeBase64 && d.encoding == "base64"),
+                       digests == Digests::All || digests == Digests::Copied,
+                       digests != Digests::Copied);
             inLeaf = true;
             mode = LeafBody;
             if (d.detached && findBody) {
@@ -929,9 +940,9 @@ struct MessageDigester::State {
     }
 };
 
-MessageDigester::MessageDigester(bool decode, bool copies, bool decodeBase64) : d(new State) {
+MessageDigester::MessageDigester(bool decode, Digests digests, bool decodeBase64) : d(new State) {
     d->decode = decode;
-    d->copies = copies;
+    d->digests = digests;
     d->decodeBase64 = decodeBase64;
 }
 
@@ -1003,14 +1014,15 @@ MessageDigest MessageDigester::Finish(bool lastLineTrailer) {
     MessageDigest out = d->out;
     out.key = d->key.Value();
     out.header = d->header.Value();
-    out.headerCopied = d->copies ? d->headerCopied.Value() : out.header;
+    out.headerCopied = d->digests != Digests::Raw ? d->headerCopied.Value() : out.header;
     out.unreadable = d->unreadable;
-    const bool decode = d->decode, copies = d->copies, decodeBase64 = d->decodeBase64;
+    const bool decode = d->decode, decodeBase64 = d->decodeBase64;
+    const Digests digests = d->digests;
     DetachedBodies find = std::move(d->findBody);
     delete d;
     d = new State;
     d->decode = decode;
-    d->copies = copies;
+    d->digests = digests;
     d->decodeBase64 = decodeBase64;
     d->findBody = std::move(find);
     return out;

@@ -46,12 +46,13 @@ enum class BodySource {
 };
 
 struct LeafDigest {
-    QString section;     // IMAP body section: "1", "2", "2.1" ...
-    QByteArray encoding; // Content-Transfer-Encoding, lower case
-    QString name;        // file name from its headers, for reports
-    quint64 raw = 0;     // its lines, without the line breaks at its end
-    quint64 copied = 0;  // the same after the default copy's line changes
-    quint64 decoded = 0; // its bytes decoded, trailing line breaks left out (second look)
+    QString section;      // IMAP body section: "1", "2", "2.1" ...
+    QByteArray encoding;  // Content-Transfer-Encoding, lower case
+    QString name;         // file name from its headers, for reports
+    quint64 raw = 0;      // its lines, without the line breaks at its end
+    bool rawKnown = true; // false: `raw` was not worked out (Digests::Copied)
+    quint64 copied = 0;   // the same after the default copy's line changes
+    quint64 decoded = 0;  // its bytes decoded, trailing line breaks left out (second look)
     quint64 decodedCopied = 0;
     bool eightBit = false; // a line with a byte of 0x80 or more
     bool nul = false;      // a line with a NUL byte
@@ -78,17 +79,33 @@ struct MessageDigest {
     qint64 begin = 0, end = 0;
 };
 
+// What a reading works out beside the digests of what is there.
+enum class Digests {
+    // Nothing more: a package's messages are what was written.
+    Raw,
+    // What the default copy makes of the lines too, header and parts.
+    All,
+    // The copy's header only: a store read for a package that kept every
+    // byte, where any change of a part is a fault.
+    KeptBytes,
+    // The copy's header, and each part's bytes up to the first line the
+    // copy changes, then only the copy's (the bytes' digest is then not
+    // known: the package was made by the copy, and a part that matches
+    // neither way takes a second look with All).
+    Copied,
+};
+
 // Reads one message as lines, in order; Finish gives the digest.
 class MessageDigester {
 public:
     // `decode`: also digest every leaf's decoded bytes (slower; for a second
-    // look at a message that differs). `copies`: work out the digests of
-    // what the default copy makes of the lines (a package's messages need
-    // none: they are what was written); without, they equal the raw ones.
-    // `decodeBase64`: digest the decoded bytes of base64 leaves (a
-    // package's parts that were put back from Mail's decoded copies are
-    // compared with those copies so, without a second reading).
-    explicit MessageDigester(bool decode, bool copies = true, bool decodeBase64 = false);
+    // look at a message that differs). `digests`: see above; without the
+    // copy's, they equal the raw ones. `decodeBase64`: digest the decoded
+    // bytes of base64 leaves (a package's parts that were put back from
+    // Mail's decoded copies are compared with those copies so, without a
+    // second reading).
+    explicit MessageDigester(bool decode, Digests digests = Digests::All,
+                             bool decodeBase64 = false);
     ~MessageDigester();
     MessageDigester(const MessageDigester&) = delete;
     MessageDigester& operator=(const MessageDigester&) = delete;

@@ -73,7 +73,7 @@ bool ReadMbox(const QString& path, bool decode, DecodeBase64&& decodeBase64,
         return false;
     const QByteArray sep = MboxWriter::Separator();
     const QByteArray nlSep = '\n' + sep;
-    MessageDigester digester(decode, false, decodeBase64());
+    MessageDigester digester(decode, verify::Digests::Raw, decodeBase64());
     QByteArray buf;
     buf.reserve(int(kChunk) + nlSep.size());
     qint64 base = from;       // file position of buf[0]
@@ -167,8 +167,8 @@ MessageDigester::DetachedBody DetachedBodyOf(const QString& path, const QString&
 // as the count says (without a count: up to the trailer). `notAMessage`,
 // when given, receives why the file holds no message; such a file is not
 // read further.
-bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString* reason,
-                  QString* notAMessage = nullptr) {
+bool DigestSource(const QString& path, bool decode, verify::Digests digests, MessageDigest* out,
+                  QString* reason, QString* notAMessage = nullptr) {
     QFile file;
     if (!OpenForReading(file, path, reason))
         return false;
@@ -254,7 +254,7 @@ bool DigestSource(const QString& path, bool decode, MessageDigest* out, QString*
                 break;
         }
     }
-    MessageDigester digester(decode);
+    MessageDigester digester(decode, digests);
     digester.SetDetachedBodies(
         [&path](const QString& section) { return DetachedBodyOf(path, section); });
     qint64 at = countEnd;
@@ -359,7 +359,7 @@ public:
         if (NeedsSecondLook(s.digest, p)) {
             MessageDigest source, package;
             QString reason;
-            bool read = DigestSource(s.item->Path(), true, &source, &reason);
+            bool read = DigestSource(s.item->Path(), true, verify::Digests::All, &source, &reason);
             ReadMbox(
                 p.file, true, [] { return true; }, m_never,
                 [&](MessageDigest m) { package = std::move(m); }, p.begin, p.end);
@@ -387,8 +387,9 @@ private:
             const LeafDigest& b = p.leaves[i];
             if (a.section != b.section)
                 return true;
-            if (a.source == BodySource::DecodedFile ? a.decoded != b.decoded
-                                                    : a.raw != b.raw && a.copied != b.raw)
+            if (a.source == BodySource::DecodedFile
+                    ? a.decoded != b.decoded
+                    : (!a.rawKnown || a.raw != b.raw) && a.copied != b.raw)
                 return true;
         }
         return false;
@@ -442,7 +443,7 @@ private:
                 continue;
             }
             const bool decodedKnown = l.decoded != 0 || p->decoded != 0;
-            if (l.raw == p->raw && l.source != BodySource::DecodedFile)
+            if (l.rawKnown && l.raw == p->raw && l.source != BodySource::DecodedFile)
                 continue;
             if (decodedKnown && l.decoded == p->decoded)
                 continue;
@@ -603,7 +604,11 @@ VerifyResult Verify(const Store& store, const VerifyJob& job, RunProgress& progr
     };
     inParallel(int(sources.size()), [&](int i) {
         Source& s = sources[size_t(i)];
-        s.read = DigestSource(s.item->Path(), false, &s.digest, &s.reason, &s.notAMessage);
+        // The first reading works out what the package should hold: the
+        // bytes, or the copy's change of them.
+        s.read = DigestSource(s.item->Path(), false,
+                              job.keepBytes ? verify::Digests::KeptBytes : verify::Digests::Copied,
+                              &s.digest, &s.reason, &s.notAMessage);
         ++steps;
     });
 
