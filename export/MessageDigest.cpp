@@ -14,6 +14,11 @@
 #include <string>
 #include <unistd.h>
 
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define PELLOMAR_AVX2 1
+#endif
+
 namespace verify {
 
 // ---- StreamHash -------------------------------------------------------------
@@ -658,6 +663,56 @@ bool IsLeftOutField(const LineView& line) {
            StartsWithNoCase(line.p, line.n, "X-Apple-Content-Length:");
 }
 
+#ifdef PELLOMAR_AVX2
+// LinesAt's search, 32 bytes a step where the processor has AVX2 (most
+// x86-64 machines of the last decade): the position of the first byte that
+// stops a run, or, with *found false, where the search left off (fewer than
+// 33 bytes before the end).
+__attribute__((target("avx2"))) qint64 FirstStopAvx2(const char* data, qint64 size, bool* found) {
+    const __m256i c13 = _mm256_set1_epi8(13), lt = _mm256_set1_epi8('<'),
+                  cr = _mm256_set1_epi8('\r'), lf = _mm256_set1_epi8('\n'),
+                  zero = _mm256_setzero_si256(), question = _mm256_set1_epi8('?'),
+                  bang = _mm256_set1_epi8('!'), dash = _mm256_set1_epi8('-'),
+                  gt = _mm256_set1_epi8('>');
+    qint64 i = 0;
+    for (; i + 33 <= size; i += 32) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i));
+        // Bytes below 14 (unsigned) or "<", as LinesAt's first test.
+        const __m256i low = _mm256_cmpeq_epi8(_mm256_max_epu8(v, c13), c13);
+        if (!_mm256_movemask_epi8(_mm256_or_si256(low, _mm256_cmpeq_epi8(v, lt))))
+            continue;
+        const __m256i next = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i + 1));
+        const __m256i marks = _mm256_and_si256(
+            _mm256_cmpeq_epi8(v, lt),
+            _mm256_or_si256(_mm256_cmpeq_epi8(next, question), _mm256_cmpeq_epi8(next, bang)));
+        const __m256i delimiters = _mm256_and_si256(
+            _mm256_cmpeq_epi8(v, lf),
+            _mm256_or_si256(_mm256_cmpeq_epi8(next, dash), _mm256_cmpeq_epi8(next, gt)));
+        const __m256i stops =
+            _mm256_or_si256(_mm256_or_si256(_mm256_cmpeq_epi8(v, zero), _mm256_cmpeq_epi8(v, cr)),
+                            _mm256_or_si256(marks, delimiters));
+        if (const unsigned mask = unsigned(_mm256_movemask_epi8(stops))) {
+            *found = true;
+            return i + __builtin_ctz(mask);
+        }
+    }
+    *found = false;
+    return i;
+}
+
+__attribute__((target("avx2"))) bool IsAsciiAvx2(const char* data, qint64 size) {
+    qint64 i = 0;
+    for (; i + 32 <= size; i += 32)
+        if (_mm256_movemask_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(data + i))))
+            return false;
+    return emlx::IsAscii(data + i, size - i);
+}
+
+// PELLOMAR_NO_AVX2 set: the 16-byte search everywhere (the tests run both).
+const bool kHasAvx2 =
+    __builtin_cpu_supports("avx2") && !qEnvironmentVariableIsSet("PELLOMAR_NO_AVX2");
+#endif
+
 // Length of the whole lines at the start of `data` that need no look of
 // their own in a leaf's body (LeafSink::Lines): up to a line starting with
 // "-" or ">" or holding a NUL, "\r" or "<?"/"<!". `*eightBit`: a byte of
@@ -673,7 +728,12 @@ qint64 LinesAt(const char* data, qint64 size, bool* eightBit) {
                ((v == '\n') & ((next == '-') | (next == '>')));
     };
     qint64 i = 0;
-    for (; i + 17 <= size; i += 16) {
+    bool found = false;
+#ifdef PELLOMAR_AVX2
+    if (kHasAvx2)
+        i = FirstStopAvx2(data, size, &found);
+#endif
+    for (; !found && i + 17 <= size; i += 16) {
         // Most blocks hold no byte below 14 (line feeds, "\r", NUL) and no
         // "<": a cheap test lets them by.
         const Bytes16 v = emlx::Load16(data + i);
@@ -681,10 +741,11 @@ qint64 LinesAt(const char* data, qint64 size, bool* eightBit) {
             continue;
         if (const unsigned mask = emlx::Mask(stops(v, emlx::Load16(data + i + 1)))) {
             i += __builtin_ctz(mask);
+            found = true;
             break;
         }
     }
-    for (; i < size; ++i) {
+    for (; !found && i < size; ++i) {
         const auto c = static_cast<unsigned char>(data[i]);
         if (c == 0 || c == '\r')
             break;
@@ -696,6 +757,12 @@ qint64 LinesAt(const char* data, qint64 size, bool* eightBit) {
     }
     const char* last = emlx::LastNewline(data, i + (i < size && data[i] == '\n' ? 1 : 0));
     const qint64 n = last ? last + 1 - data : 0;
+#ifdef PELLOMAR_AVX2
+    if (kHasAvx2) {
+        *eightBit = !IsAsciiAvx2(data, n);
+        return n;
+    }
+#endif
     *eightBit = !emlx::IsAscii(data, n);
     return n;
 }
