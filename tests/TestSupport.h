@@ -50,14 +50,19 @@ inline QByteArray ReadFile(const QString& path) {
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
+// Mail's property-list trailer around the body of its dictionary.
+inline QByteArray Trailer(const QByteArray& dict) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">\n<dict>\n" +
+           dict + "\n</dict>\n</plist>\n";
+}
+
 // An .emlx file: the byte count line, the message, and the plist trailer.
 inline QByteArray Emlx(const QByteArray& message) {
     return QByteArray::number(message.size()) + "\n" + message +
-           "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-           "<plist version=\"1.0\">\n<dict>\n\t<key>flags</key>\n\t<integer>8590195717</integer>\n"
-           "</dict>\n</plist>\n";
+           Trailer("\t<key>flags</key>\n\t<integer>8590195717</integer>");
 }
 
 // A store of folders only: Mailbox(501) > A(502) > {A1(503) > A1x(506),

@@ -337,11 +337,7 @@ private slots:
     void trailerIntegers() {
         QFETCH(QByteArray, dict);
         QFETCH(QString, expected);
-        const QByteArray trailer = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                                   "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-                                   "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-                                   "<plist version=\"1.0\">\n<dict>\n" +
-                                   dict + "\n</dict>\n</plist>\n";
+        const QByteArray trailer = TestSupport::Trailer(dict);
         const auto got = emlx::TrailerInteger(trailer.constData(), trailer.size(), "date-received");
         QCOMPARE(got ? QString::number(*got) : QStringLiteral("-"), expected);
     }
